@@ -1,0 +1,123 @@
+// Planar Delaunay and constrained Delaunay triangulation.
+//
+// Call order: construct; optionally setCDTTolerence; optionally deleteDuplicateVertices on your
+// own arrays; one triangulation call; one finishing call; the getters.
+#pragma once
+
+#include <vector>
+
+#include "PkMeshEdge.h"
+#include "PkMeshPoint3d.h"
+#include "PkMeshTriangle.h"
+#include "RyGeometry.h"
+#include "RyTriangulationExport.h"
+
+/// Result of the triangulation calls. The numbers are part of the interface.
+enum PkTriangulationStatus : int {
+    /// The triangulation and every constraint went in.
+    StatusOk = 0,
+    /// A non-finite input coordinate, a vertex index out of range, flip legalisation broke off,
+    /// or the vertex at a constraint crossing could not be inserted.
+    StatusFailed = 1,
+    /// Fewer than 3 points.
+    StatusTooFewPoints = 2,
+    /// A point lies on an already inserted vertex (within the tolerance band). Remove duplicates
+    /// with deleteDuplicateVertices first.
+    StatusCoincidentVertex = 3,
+    /// No implementation record, point location found no triangle, or no first triangle could be
+    /// formed (for instance all points on one line).
+    StatusLocateFailed = 4,
+    /// A constraint could not be inserted: no triangle around its start vertex is entered by it,
+    /// or the crossing point of two constraints could not be computed or equals an end point.
+    StatusConstraintFailed = 5,
+    /// A loop reached its iteration limit (1000000).
+    StatusIterationLimit = 7,
+};
+
+/// Plane onto which deleteDuplicateVertices projects the points. Numbers are part of the
+/// interface.
+enum PkConvert2dVertex : int {
+    kXYPlane = 0,  ///< (x, y)
+    kXZPlane = 1,  ///< (x, z)
+    kYZPlane = 2,  ///< (y, z)
+};
+
+struct RyTriangulationImpl;
+
+/// The triangulation object: a handle owning one implementation record (working mesh, output
+/// mesh, vertex locator, constraint records, options, tolerance). Copies are deep and share
+/// nothing. One object must not be used from two threads at once; separate objects share only
+/// the C runtime's rand() state, which the triangulation draws from (it never seeds it).
+///
+/// A triangulation call on an object that already holds a triangulation starts from a clean
+/// record; options and tolerance are kept. Input rejected with StatusFailed (non-finite
+/// coordinates) or StatusTooFewPoints leaves the previous result in place.
+class RYTRIANGULATION_EXPORT RyTriangulation {
+public:
+    /// Options: spatial sort and crossing-constraint splitting both on; tolerance 1e-9.
+    RyTriangulation();
+    /// Options both off; reserves room for 2n triangles and n vertices. A negative n, or n of
+    /// 2^30 or more, throws std::length_error.
+    RyTriangulation(int expectedPoints);
+    /// bSpatialSort: insert in a multiscale Hilbert order walking from the previous vertex
+    /// (otherwise shuffled order, walking from the nearest inserted vertex).
+    /// bSplitCrossingConstraints: a constraint crossing an earlier one is split at a new vertex
+    /// at the crossing (otherwise the earlier one is crossed and leaves the mesh).
+    RyTriangulation(bool bSpatialSort, bool bSplitCrossingConstraints);
+    /// Deep copy of the whole state.
+    RyTriangulation(const RyTriangulation& other);
+    /// Deep copy of the whole state. The copy is built before the old record is released, so an
+    /// allocation failure (std::bad_alloc) leaves this object exactly as it was.
+    RyTriangulation& operator=(const RyTriangulation& other);
+    ~RyTriangulation();
+
+    /// Projects `points` onto `plane` (z becomes 0), sorts them by (x, y) and merges points
+    /// equal under PkGeContext::gTol. `tol` is not read. Non-finite points are dropped. The
+    /// array is replaced only at the end; on std::bad_alloc it is unchanged.
+    void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
+                                 PkConvert2dVertex& plane,
+                                 PkGeTol& tol);
+    /// As above, and renumbers `edges` to the merged list: each end goes to the lowest merged
+    /// position equal to its point. An edge whose ends merged, or that names a point outside the
+    /// array or a dropped non-finite point, becomes (-1, -1) in its place; no edge is removed.
+    void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
+                                 std::vector<PkMeshEdge>& edges,
+                                 PkConvert2dVertex& plane,
+                                 PkGeTol& tol);
+
+    /// Delaunay triangulation of the points' x and y, closed by ghost triangles around the hull.
+    /// Returns StatusOk, or the first failure: StatusFailed (a non-finite x or y; nothing
+    /// changed), StatusTooFewPoints, StatusCoincidentVertex (a repeated point),
+    /// StatusLocateFailed (e.g. four or more points on one line), StatusIterationLimit. After a
+    /// failure the vertices inserted so far stay in the mesh. The output list stays empty until
+    /// a finishing call.
+    PkTriangulationStatus delaunayTriangulation(const std::vector<PkGePoint3d>& points);
+    /// delaunayTriangulation, then forces each edge (pairs of point indices, in the given order)
+    /// into the mesh. Edges with equal, negative or out-of-range indices are skipped. A vertex
+    /// on a segment cuts it; with bSplitCrossingConstraints set, crossing constraints get a new
+    /// vertex at the crossing (appended after the caller's points, z the mean of the four
+    /// ends'). Adds StatusFailed and StatusConstraintFailed to the statuses above.
+    PkTriangulationStatus delaunayTriangulationWithConstraints(
+        const std::vector<PkGePoint3d>& points, const std::vector<PkMeshEdge>& edges);
+
+    /// Appends every real triangle of the working mesh to the output list.
+    void deleteGhostTriangle();
+    /// Appends the triangles inside the constraint boundaries (odd number of crossings from the
+    /// outside; holes are even) to the output list.
+    void deleteOuterTrianglesAndHoles();
+
+    /// A copy of the output list. Vertex indices refer to getMeshVertices(); neighbour indices
+    /// refer to positions in the working mesh, not in this list.
+    const std::vector<PkMeshTriangle> getMeshTriangles();
+    /// A copy of the vertex list: the caller's points in input order, then any vertex added at a
+    /// constraint crossing. Triangle indices refer to the working mesh.
+    const std::vector<PkMeshPoint3d> getMeshVertices();
+
+    /// Sets the band around zero within which an orientation or in-circle determinant (not a
+    /// distance) counts as zero; default 1e-9. Negative or NaN behaves as 0.
+    void setCDTTolerence(double tolerance);
+
+private:
+    friend struct RyTriangulationAccess;
+    RyTriangulationImpl* impl;
+};

@@ -1,0 +1,4 @@
+#include "mesh/RyTriangulationImpl.h"
+
+// Placeholder until hole removal lands.
+void RyTriangulationImpl::deleteOuterTrianglesAndHoles() {}

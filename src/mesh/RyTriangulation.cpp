@@ -1,0 +1,93 @@
+// The exported handle: every member checks for its record and forwards to it.
+#include "RyTriangulation.h"
+
+#include <memory>
+#include <stdexcept>
+
+#include "mesh/RyTriangulationImpl.h"
+
+RyTriangulation::RyTriangulation() : impl(new RyTriangulationImpl) {
+    impl->options = RyTriangulationImpl::bSpatialSort | RyTriangulationImpl::bSplitCrossingConstraints;
+}
+
+RyTriangulation::RyTriangulation(int expectedPoints) : impl(nullptr) {
+    std::unique_ptr<RyTriangulationImpl> record(new RyTriangulationImpl);
+    // The triangle count is formed in double, as the reservation of 2n would overflow int.
+    const double triangleCount = 2.0 * double(expectedPoints);
+    if (expectedPoints < 0 || triangleCount >= 2147483648.0) {
+        throw std::length_error("vector<T> too long");
+    }
+    record->triangles.reserve(std::size_t(triangleCount));
+    record->vertices.reserve(std::size_t(expectedPoints));
+    impl = record.release();
+}
+
+RyTriangulation::RyTriangulation(bool bSpatialSort, bool bSplitCrossingConstraints)
+    : impl(new RyTriangulationImpl) {
+    impl->options = (bSpatialSort ? RyTriangulationImpl::bSpatialSort : 0u) |
+                    (bSplitCrossingConstraints ? RyTriangulationImpl::bSplitCrossingConstraints : 0u);
+}
+
+RyTriangulation::RyTriangulation(const RyTriangulation& other) : impl(nullptr) { *this = other; }
+
+RyTriangulation& RyTriangulation::operator=(const RyTriangulation& other) {
+    if (this == &other) return *this;
+    // Build the copy first: if it throws, this object keeps its old record untouched.
+    RyTriangulationImpl* copy = other.impl ? new RyTriangulationImpl(*other.impl) : nullptr;
+    delete impl;
+    impl = copy;
+    return *this;
+}
+
+RyTriangulation::~RyTriangulation() {
+    delete impl;
+    impl = nullptr;
+}
+
+void RyTriangulation::deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
+                                              PkConvert2dVertex& plane,
+                                              PkGeTol& /*tol: equality uses the global tolerance*/) {
+    if (!impl) return;
+    ::deleteDuplicateVertices(points, plane);
+}
+
+void RyTriangulation::deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
+                                              std::vector<PkMeshEdge>& edges,
+                                              PkConvert2dVertex& plane,
+                                              PkGeTol& /*tol: equality uses the global tolerance*/) {
+    if (!impl) return;
+    ::deleteDuplicateVertices(points, edges, plane);
+}
+
+PkTriangulationStatus RyTriangulation::delaunayTriangulation(const std::vector<PkGePoint3d>& points) {
+    if (!impl) return StatusLocateFailed;
+    return impl->delaunayTriangulation(points);
+}
+
+PkTriangulationStatus RyTriangulation::delaunayTriangulationWithConstraints(
+    const std::vector<PkGePoint3d>& points, const std::vector<PkMeshEdge>& edges) {
+    if (!impl) return StatusLocateFailed;
+    return impl->delaunayTriangulationWithConstraints(points, edges);
+}
+
+void RyTriangulation::deleteGhostTriangle() {
+    if (impl) impl->deleteGhostTriangle();
+}
+
+void RyTriangulation::deleteOuterTrianglesAndHoles() {
+    if (impl) impl->deleteOuterTrianglesAndHoles();
+}
+
+const std::vector<PkMeshTriangle> RyTriangulation::getMeshTriangles() {
+    if (!impl) return {};
+    return impl->meshTriangles;
+}
+
+const std::vector<PkMeshPoint3d> RyTriangulation::getMeshVertices() {
+    if (!impl) return {};
+    return impl->vertices;
+}
+
+void RyTriangulation::setCDTTolerence(double tolerance) {
+    if (impl) impl->cdtTolerance = tolerance;
+}

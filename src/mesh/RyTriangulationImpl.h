@@ -1,0 +1,152 @@
+// The implementation record behind RyTriangulation: all mesh state and every operation on it.
+#pragma once
+
+#include <cstdint>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "MeshFields.h"
+#include "PkMeshEdge.h"
+#include "PkMeshPoint3d.h"
+#include "PkMeshTriangle.h"
+#include "RyTriangulation.h"
+#include "predicates/Predicates.h"
+#include "spatial/VertexKdTree.h"
+
+/// Hash of every container keyed by an edge; symmetric in the two indices.
+struct PkMeshEdgeHash {
+    std::size_t operator()(const PkMeshEdge& e) const {
+        const std::uint64_t basis = 0xcbf29ce484222325ull;
+        const std::uint64_t i1 = std::uint64_t(std::int64_t(e.EdgeIndex1()));
+        const std::uint64_t i2 = std::uint64_t(std::int64_t(e.EdgeIndex2()));
+        return std::size_t(((i1 ^ basis) + (i2 ^ basis)) * 0x100000001b3ull);
+    }
+};
+
+using EdgeSet = std::unordered_set<PkMeshEdge, PkMeshEdgeHash>;
+template <class T>
+using EdgeMap = std::unordered_map<PkMeshEdge, T, PkMeshEdgeHash>;
+
+/// Triangles that vertex insertion hands to the flip loop (at most four).
+struct CheckList {
+    int count = 0;
+    int items[4];
+    void push(int t) { items[count++] = t; }
+};
+
+/// One task of the pseudo-polygon triangulation.
+struct PolygonTask {
+    int parentSlot;
+    int parent;
+    int triangle;
+    int hi;
+    int lo;
+};
+
+struct RyTriangulationImpl {
+    static constexpr std::uint32_t bSpatialSort = 1u << 0;
+    static constexpr std::uint32_t bSplitCrossingConstraints = 1u << 1;
+    static constexpr int UnvisitedDepth = 2147483647;
+
+    /// Default record (options 0); the constructors of RyTriangulation set the options.
+    RyTriangulationImpl();
+    RyTriangulationImpl(const RyTriangulationImpl&) = default;
+    RyTriangulationImpl& operator=(const RyTriangulationImpl&) = default;
+
+    // --- state -------------------------------------------------------------------------------
+    std::uint32_t options = 0;
+    std::vector<PkMeshTriangle> triangles;
+    std::vector<PkMeshPoint3d> vertices;
+    std::vector<PkMeshTriangle> meshTriangles;
+    VertexKdTree locator;
+    std::vector<int> freeTriangles;
+    EdgeSet constraintEdges;
+    EdgeMap<int> constraintRepeats;
+    EdgeMap<std::vector<PkMeshEdge>> constraintOrigins;
+    int maxIterations = 1000000;
+    double cdtTolerance = 1e-9;
+
+    // --- working storage, reused across calls (never part of the observable state) ------------
+    /// The tolerance band the geometry uses: cdtTolerance, or 0 when that is negative or NaN.
+    double band = 1e-9;
+    /// Stack of triangles whose edge opposite the new vertex is to be checked.
+    std::vector<int> flipStack;
+    /// True once a triangulation call has written the record.
+    bool used = false;
+
+    // --- triangle slots ----------------------------------------------------------------------
+    /// Slot for a new triangle: the last released slot if any, else a default one appended.
+    int allocateTriangle();
+    void appendTriangle(const PkMeshTriangle& t);
+
+    // --- drivers -----------------------------------------------------------------------------
+    /// Checks input, empties a used record, fills `vertices`, inserts every vertex.
+    PkTriangulationStatus delaunayTriangulation(const std::vector<PkGePoint3d>& points);
+    PkTriangulationStatus insertVerticesSorted();
+    PkTriangulationStatus insertVerticesShuffled();
+    /// Builds the first triangle and its three ghost triangles and moves its corners to the front
+    /// of `order`. Returns false (nothing changed) when no non-degenerate triple was found.
+    bool createFirstTriangle(std::vector<int>& order);
+    /// Empties the mesh, output, locator and constraint records; keeps options and tolerance.
+    void reset();
+
+    // --- point location and insertion --------------------------------------------------------
+    /// Randomised walk from the triangle of `startVertex` to the triangle holding `point`.
+    /// Returns the triangle (sides[k]: the point against edge k) or -1.
+    int locatePoint(int startVertex, const double* point, PointSide sides[3]);
+    PkTriangulationStatus insertVertexByLocator(int vertex);
+    PkTriangulationStatus insertVertexFromPrevious(int vertex, int start);
+    /// Splits triangle t (or t and its neighbour) at vertex p; fills `list` with the triangles to
+    /// check. A location other than in-triangle, on an edge or in a ghost triangle changes nothing
+    /// but the two allocated slots.
+    void insertVertexAt(CheckList& list, int t, int p, PointLocation location);
+    /// Lawson flips around p until every edge opposite p is locally Delaunay.
+    PkTriangulationStatus legalizeAroundVertex(int p, const CheckList& list);
+    void replaceNeighbor(int x, int oldIndex, int newIndex);
+    void flipEdge(int t, int u, int nPA, int nAD, int nDC, int nCP, int p, int A, int D, int C);
+
+    // --- constraints -------------------------------------------------------------------------
+    PkTriangulationStatus delaunayTriangulationWithConstraints(
+        const std::vector<PkGePoint3d>& points, const std::vector<PkMeshEdge>& edges);
+    PkTriangulationStatus insertConstraintEdge(const PkMeshEdge& edge);
+    PkTriangulationStatus insertConstraintSegment(const PkMeshEdge& piece,
+                                                  const PkMeshEdge& origin,
+                                                  std::vector<PkMeshEdge>& pendingEdges);
+    bool isMeshEdge(int a, int b) const;
+    /// Returns false when a boundary edge is missing from the map (an inconsistent region).
+    bool triangulatePseudoPolygon(const std::vector<int>& chain,
+                                  EdgeMap<int>& boundaryNeighbours,
+                                  int own,
+                                  int partner);
+    int findDelaunayVertex(int lo, int hi, const std::vector<int>& chain) const;
+    void recordConstraint(const PkMeshEdge& piece, const PkMeshEdge& origin);
+    void recordConstraint(const PkMeshEdge& piece);
+    bool intersectLines(int a, int b, int u, int w, PkGePoint3d& p) const;
+    int splitConstraintEdge(const PkMeshEdge& edge, const PkGePoint3d& p, int t);
+    void appendVertex(const PkGePoint3d& p);
+
+    // --- finishing ---------------------------------------------------------------------------
+    void deleteGhostTriangle();
+    void deleteOuterTrianglesAndHoles();
+    std::vector<int> labelTriangleDepths() const;
+};
+
+// Insertion order (spatial sort and shuffle).
+void shuffleIndices(std::vector<int>& order);
+void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices);
+
+// Constraint-record helpers.
+void addOrigin(std::vector<PkMeshEdge>& list, const PkMeshEdge& edge);
+void mergeOrigins(std::vector<PkMeshEdge>& destination, const std::vector<PkMeshEdge>& source);
+/// Local position k of t whose edge (vertex k, vertex k+1) joins a and b (either order); -1 if
+/// none.
+int getLocalEdgeIndex(const PkMeshTriangle& t, int a, int b);
+/// Neighbour of t across the edge {a, b}, by the rule of PkMeshTriangle::getNeighborIndex(a, b).
+int getNeighborAcrossEdge(const PkMeshTriangle& t, int a, int b);
+
+// Input clean-up (touches only the caller's arrays).
+void deleteDuplicateVertices(std::vector<PkGePoint3d>& points, PkConvert2dVertex plane);
+void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
+                             std::vector<PkMeshEdge>& edges,
+                             PkConvert2dVertex plane);

@@ -1,0 +1,228 @@
+#include "spatial/VertexKdTree.h"
+
+#include <limits>
+
+#include "mesh/MeshFields.h"
+
+namespace {
+
+constexpr double kHuge = std::numeric_limits<double>::max();
+constexpr int kMaxSplitDepth = 4400;
+
+struct Box {
+    double lo[2];
+    double hi[2];
+};
+
+/// Midpoint of `box` along `axis`; a coordinate equal to it belongs to the high side.
+inline double splitMid(const Box& box, int axis) { return (box.lo[axis] + box.hi[axis]) * 0.5; }
+
+inline const double* xyOf(const std::vector<PkMeshPoint3d>& vertices, int v) {
+    return vertexXY(vertices[std::size_t(v)]);
+}
+
+}  // namespace
+
+VertexKdTree::VertexKdTree()
+    : root(0),
+      boxMin{-kHuge, -kHuge},
+      boxMax{kHuge, kHuge},
+      rootAxis(0),
+      pointCount(0),
+      boxFitted(false),
+      searchStack(StackChunk) {
+    root = newNode();
+}
+
+int VertexKdTree::newNode() {
+    nodes.emplace_back();
+    nodes.back().bucket.reserve(BucketReserve);
+    return int(nodes.size()) - 1;
+}
+
+bool VertexKdTree::contains(const double* p) const {
+    return boxMin[0] <= p[0] && p[0] <= boxMax[0] && boxMin[1] <= p[1] && p[1] <= boxMax[1];
+}
+
+// The old tree becomes one half of a box twice as large along the new root axis, split at the
+// old box's edge on the side facing p.
+void VertexKdTree::growBox(const double* p) {
+    const int a = newNode();
+    const int b = newNode();
+    rootAxis = rootAxis == 0 ? 1 : 0;
+    const int k = rootAxis;
+    const double lo = boxMin[k];
+    const double hi = boxMax[k];
+    // A box of zero extent along k (all points so far on one line) would never grow by
+    // doubling; it grows by the distance to p instead, so growth always ends.
+    double extent = hi - lo;
+    if (!(extent > 0.0)) extent = lo > p[k] ? lo - p[k] : p[k] - hi;
+    if (!(extent > 0.0)) extent = 1.0;
+    if (lo > p[k]) {
+        nodes[std::size_t(a)].child0 = b;
+        nodes[std::size_t(a)].child1 = root;
+        boxMin[k] = lo - extent;
+    } else {
+        nodes[std::size_t(a)].child0 = root;
+        nodes[std::size_t(a)].child1 = b;
+        boxMax[k] = hi + extent;
+    }
+    root = a;
+}
+
+// Shrinks the tree box to the points of the root leaf. Before any growth the root is the one
+// full leaf being split; after growth its bucket is empty and only the flag is set.
+void VertexKdTree::fitBox(const std::vector<PkMeshPoint3d>& vertices) {
+    const std::vector<int>& bucket = nodes[std::size_t(root)].bucket;
+    if (!bucket.empty()) {
+        const double* q = xyOf(vertices, bucket.front());
+        boxMin[0] = boxMax[0] = q[0];
+        boxMin[1] = boxMax[1] = q[1];
+        for (int u : bucket) {
+            const double* r = xyOf(vertices, u);
+            boxMin[0] = r[0] < boxMin[0] ? r[0] : boxMin[0];
+            boxMin[1] = r[1] < boxMin[1] ? r[1] : boxMin[1];
+            boxMax[0] = r[0] > boxMax[0] ? r[0] : boxMax[0];
+            boxMax[1] = r[1] > boxMax[1] ? r[1] : boxMax[1];
+        }
+    }
+    boxFitted = true;
+}
+
+void VertexKdTree::insertVertex(int v, const std::vector<PkMeshPoint3d>& vertices) {
+    insertAt(v, xyOf(vertices, v), vertices);
+}
+
+void VertexKdTree::insertAt(int v, const double* p, const std::vector<PkMeshPoint3d>& vertices) {
+    ++pointCount;
+    while (!contains(p)) growBox(p);
+
+    int node = root;
+    int axis = rootAxis;
+    Box box{{boxMin[0], boxMin[1]}, {boxMax[0], boxMax[1]}};
+    // Bisection separates distinct doubles within about 2100 levels per axis; past that the
+    // bucket holds (nearly) identical points that no split can separate, so it just grows.
+    for (int depth = 0;; ++depth) {
+        KdNode* n = &nodes[std::size_t(node)];
+        if (n->child0 == n->child1) {
+            if (int(n->bucket.size()) < BucketCapacity || depth > kMaxSplitDepth) {
+                n->bucket.push_back(v);
+                return;
+            }
+            if (!boxFitted) {
+                fitBox(vertices);
+                if (node == root) box = Box{{boxMin[0], boxMin[1]}, {boxMax[0], boxMax[1]}};
+            }
+            const int c0 = newNode();
+            const int c1 = newNode();
+            n = &nodes[std::size_t(node)];  // newNode may have moved the nodes
+            n->child0 = c0;
+            n->child1 = c1;
+            const double mid = splitMid(box, axis);
+            std::vector<int> bucket;
+            bucket.swap(n->bucket);
+            for (int u : bucket) {
+                const int side = mid > xyOf(vertices, u)[axis] ? c0 : c1;
+                nodes[std::size_t(side)].bucket.push_back(u);
+            }
+        }
+        const double mid = splitMid(box, axis);
+        if (mid > p[axis]) {
+            node = nodes[std::size_t(node)].child0;
+            box.hi[axis] = mid;
+        } else {
+            node = nodes[std::size_t(node)].child1;
+            box.lo[axis] = mid;
+        }
+        axis = axis == 0 ? 1 : 0;
+    }
+}
+
+void VertexKdTree::build(const std::vector<int>& indices, const std::vector<PkMeshPoint3d>& records) {
+    if (records.empty()) return;
+    const double* first = vertexXY(records.front());
+    boxMin[0] = boxMax[0] = first[0];
+    boxMin[1] = boxMax[1] = first[1];
+    for (const PkMeshPoint3d& r : records) {
+        const double* q = vertexXY(r);
+        boxMin[0] = q[0] < boxMin[0] ? q[0] : boxMin[0];
+        boxMin[1] = q[1] < boxMin[1] ? q[1] : boxMin[1];
+        boxMax[0] = q[0] > boxMax[0] ? q[0] : boxMax[0];
+        boxMax[1] = q[1] > boxMax[1] ? q[1] : boxMax[1];
+    }
+    // A split would read bucket entries by vertex index; build is only given the few vertices of
+    // the first triangle, far below the bucket capacity, so it never splits.
+    for (std::size_t i = 0; i < indices.size() && i < records.size(); ++i) {
+        ++pointCount;
+        const double* p = vertexXY(records[i]);
+        while (!contains(p)) growBox(p);
+        int node = root;
+        int axis = rootAxis;
+        Box box{{boxMin[0], boxMin[1]}, {boxMax[0], boxMax[1]}};
+        while (nodes[std::size_t(node)].child0 != nodes[std::size_t(node)].child1) {
+            const double mid = splitMid(box, axis);
+            if (mid > p[axis]) {
+                node = nodes[std::size_t(node)].child0;
+                box.hi[axis] = mid;
+            } else {
+                node = nodes[std::size_t(node)].child1;
+                box.lo[axis] = mid;
+            }
+            axis = axis == 0 ? 1 : 0;
+        }
+        nodes[std::size_t(node)].bucket.push_back(indices[i]);
+    }
+}
+
+PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
+                                              const std::vector<PkMeshPoint3d>& vertices,
+                                              int& nearest) {
+    const double* qp = vertexXY(q);
+    int found = -1;
+    double best = kHuge;
+    searchStack[0] = KdSearchEntry{root, boxMin[0], boxMin[1], boxMax[0], boxMax[1], rootAxis, kHuge};
+    int top = 0;
+    while (top >= 0) {
+        const KdSearchEntry e = searchStack[std::size_t(top)];
+        --top;
+        if (e.bound > best) continue;
+        if (e.node < 0 || e.node >= int(nodes.size())) break;
+        const KdNode& n = nodes[std::size_t(e.node)];
+        if (n.child0 == n.child1) {
+            for (int u : n.bucket) {
+                const double* up = xyOf(vertices, u);
+                const double dx = qp[0] - up[0];
+                const double dy = qp[1] - up[1];
+                const double d = dx * dx + dy * dy;
+                if (d < best) {
+                    best = d;
+                    found = u;
+                }
+            }
+            continue;
+        }
+        const Box box{{e.boxMinX, e.boxMinY}, {e.boxMaxX, e.boxMaxY}};
+        const double mid = splitMid(box, e.axis);
+        const double gap = qp[e.axis] - mid;
+        const double bound = gap * gap;
+        const int next = e.axis == 0 ? 1 : 0;
+        Box low = box;
+        low.hi[e.axis] = mid;
+        Box high = box;
+        high.lo[e.axis] = mid;
+        if (top + 2 >= int(searchStack.size())) searchStack.resize(searchStack.size() + StackChunk);
+        const KdSearchEntry lowEntry{n.child0, low.lo[0], low.lo[1], low.hi[0], low.hi[1], next, bound};
+        const KdSearchEntry highEntry{n.child1, high.lo[0], high.lo[1], high.hi[0], high.hi[1], next, bound};
+        // The child on the query's side goes on top and is visited first.
+        if (mid > qp[e.axis]) {
+            searchStack[std::size_t(++top)] = highEntry;
+            searchStack[std::size_t(++top)] = lowEntry;
+        } else {
+            searchStack[std::size_t(++top)] = lowEntry;
+            searchStack[std::size_t(++top)] = highEntry;
+        }
+    }
+    if (found < 0) return PkMeshPoint3d();
+    nearest = found;
+    return vertices[std::size_t(found)];
+}

@@ -1,0 +1,64 @@
+// Bucket KD-tree over vertex indices answering "which inserted vertex is nearest to p".
+//
+// Splits are implicit: a node stores no split value, its split is the midpoint of its box along
+// its axis, and boxes are derived while descending from the tree box. Axes alternate by level.
+// The tree box starts as the whole plane, is fitted to the points at the first split, and doubles
+// toward any later point outside it (adding a root level each time). Nodes are never removed.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "PkMeshPoint3d.h"
+
+struct KdNode {
+    int child0 = 0;  ///< child on the low side of the split
+    int child1 = 0;  ///< child on the high side; child0 == child1 marks a leaf
+    std::vector<int> bucket;
+};
+
+struct KdSearchEntry {
+    int node;
+    double boxMinX;
+    double boxMinY;
+    double boxMaxX;
+    double boxMaxY;
+    int axis;
+    double bound;  ///< squared distance from the query to the parent's splitting line
+};
+
+class VertexKdTree {
+public:
+    static constexpr int BucketCapacity = 64;
+    static constexpr int BucketReserve = 32;
+    static constexpr int StackChunk = 32;
+
+    VertexKdTree();
+
+    /// Adds vertex v (its x and y). The caller rejects non-finite points: they lie in no box.
+    void insertVertex(int v, const std::vector<PkMeshPoint3d>& vertices);
+    /// Nearest inserted vertex to q's x and y: writes its index to `nearest` and returns a copy of
+    /// its record; on an empty tree leaves `nearest` alone and returns a default record.
+    PkMeshPoint3d findNearestVertex(const PkMeshPoint3d& q,
+                                    const std::vector<PkMeshPoint3d>& vertices,
+                                    int& nearest);
+    /// Sets the tree box to the records' bounding box and inserts indices[i] at records[i].
+    void build(const std::vector<int>& indices, const std::vector<PkMeshPoint3d>& records);
+    bool isEmpty() const { return pointCount == 0; }
+
+    int root;
+    std::vector<KdNode> nodes;
+    double boxMin[2];
+    double boxMax[2];
+    int rootAxis;
+    int pointCount;
+    bool boxFitted;
+    std::vector<KdSearchEntry> searchStack;
+
+private:
+    int newNode();
+    void growBox(const double* p);
+    void fitBox(const std::vector<PkMeshPoint3d>& vertices);
+    bool contains(const double* p) const;
+    void insertAt(int v, const double* p, const std::vector<PkMeshPoint3d>& vertices);
+};
