@@ -1,13 +1,15 @@
 // Position arithmetic inside a triangle.
 //
-//              v2
-//             /  \
-//     n2     /    \     n1
-//  (v2,v0)  /      \  (v1,v2)
-//          /        \
-//        v0 -------- v1
-//              n0
-//           (v0,v1)
+/*
+               v2
+              /  \
+      n2     /    \     n1
+   (v2,v0)  /      \  (v1,v2)
+           /        \
+         v0 -------- v1
+               n0
+            (v0,v1)
+*/
 //
 // Vertices are counter-clockwise; neighbour i lies across the edge from vertex i to vertex
 // i+1, so the neighbour opposite vertex k is neighbour nextLocalIndex(k). Walkers always use

@@ -100,7 +100,8 @@ struct RyTriangulationImpl {
     /// Splits triangle t (or t and its neighbour) at vertex p; fills `list` with the triangles to
     /// check. A location other than in-triangle, on an edge or in a ghost triangle changes nothing
     /// but the two allocated slots.
-    void insertVertexAt(CheckList& list, int t, int p, PointLocation location);
+    /// StatusFailed (nothing changed but the two slots) when the mesh around t is inconsistent.
+    PkTriangulationStatus insertVertexAt(CheckList& list, int t, int p, PointLocation location);
     /// Lawson flips around p until every edge opposite p is locally Delaunay.
     PkTriangulationStatus legalizeAroundVertex(int p, const CheckList& list);
     void replaceNeighbor(int x, int oldIndex, int newIndex);
@@ -135,6 +136,14 @@ struct RyTriangulationImpl {
 // Insertion order (spatial sort and shuffle).
 void shuffleIndices(std::vector<int>& order);
 void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices);
+/// Hilbert order of [begin, end), first split along `axis` (0 = x, 1 = y): ascending along `axis`
+/// when `ux`, along the other axis when `uy` (descending otherwise).
+void hilbertSort(std::vector<int>::iterator begin,
+                 std::vector<int>::iterator end,
+                 const std::vector<PkMeshPoint3d>& vertices,
+                 int axis,
+                 bool ux,
+                 bool uy);
 
 // Constraint-record helpers.
 void addOrigin(std::vector<PkMeshEdge>& list, const PkMeshEdge& edge);

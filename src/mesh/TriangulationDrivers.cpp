@@ -1,6 +1,163 @@
+// The triangulation call: input checks, the vertex list, the insertion order, the first triangle
+// closed by three ghost triangles, then one insertion per vertex.
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationImpl.h"
 
-// Placeholder until the drivers land.
-PkTriangulationStatus RyTriangulationImpl::delaunayTriangulation(const std::vector<PkGePoint3d>&) {
-    return StatusFailed;
+namespace {
+
+/// Vertex indices are int32 and the mesh holds about 2n triangles.
+constexpr std::size_t kMaxPoints = std::size_t(1) << 30;
+
+}  // namespace
+
+PkTriangulationStatus RyTriangulationImpl::delaunayTriangulation(
+    const std::vector<PkGePoint3d>& points) {
+    if (points.size() < 3) return StatusTooFewPoints;
+    // A non-finite coordinate would defeat every predicate and the locator's box growth; refuse
+    // it before anything changes. So does a count whose triangles would overflow the indices.
+    if (points.size() >= kMaxPoints) return StatusFailed;
+    for (const PkGePoint3d& p : points) {
+        if (!std::isfinite(p.x) || !std::isfinite(p.y)) return StatusFailed;
+    }
+    if (used) reset();
+    used = true;
+    band = cdtTolerance >= 0.0 ? cdtTolerance : 0.0;  // NaN fails the comparison too
+
+    const int n = int(points.size());
+    if (std::size_t(n) > vertices.capacity()) vertices.reserve(std::size_t(n));
+    if (2 * std::size_t(n) > triangles.capacity()) triangles.reserve(2 * std::size_t(n));
+    freeTriangles.clear();
+    for (const PkGePoint3d& p : points) vertices.emplace_back(p);
+
+    return (options & bSpatialSort) ? insertVerticesSorted() : insertVerticesShuffled();
+}
+
+PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
+    const int n = int(vertices.size());
+    std::vector<int> order(static_cast<std::size_t>(n));
+    for (int i = 0; i < n; ++i) order[std::size_t(i)] = i;
+    shuffleIndices(order);
+    spatialSort(order, vertices);
+
+    if (!createFirstTriangle(order)) return StatusLocateFailed;
+    // Each walk starts from the vertex inserted just before, so the locator is never consulted
+    // in this mode, and nothing after this call reads it (a new triangulation starts from an
+    // empty record). Filling it would cost a tree descent and bucket space per vertex for
+    // nothing, so it stays empty.
+    for (int i = 3; i < n; ++i) {
+        const PkTriangulationStatus status =
+            insertVertexFromPrevious(order[std::size_t(i)], order[std::size_t(i - 1)]);
+        if (status != StatusOk) return status;
+    }
+    return StatusOk;
+}
+
+PkTriangulationStatus RyTriangulationImpl::insertVerticesShuffled() {
+    const int n = int(vertices.size());
+    std::vector<int> order(static_cast<std::size_t>(n));
+    for (int i = 0; i < n; ++i) order[std::size_t(i)] = i;
+    shuffleIndices(order);
+
+    const std::size_t first = triangles.size();
+    if (!createFirstTriangle(order)) return StatusLocateFailed;
+    const int* corners = triVerts(triangles[first]);
+    const std::vector<int> indices(corners, corners + 3);
+    std::vector<PkMeshPoint3d> records;
+    for (int v : indices) records.push_back(vertices[std::size_t(v)]);
+    if (locator.isEmpty()) locator.build(indices, records);
+
+    for (int i = 3; i < n; ++i) {
+        const PkTriangulationStatus status = insertVertexByLocator(order[std::size_t(i)]);
+        if (status != StatusOk) return status;
+    }
+    return StatusOk;
+}
+
+// First mesh for the counter-clockwise triple a, b, c: the real triangle 0 and one ghost triangle
+// per edge, each holding that edge reversed and the ghost vertex G as vertex 2.
+//
+//                 c
+//        3       / \       2
+//     (a,c,G)   / 0 \   (c,b,G)
+//              a-----b
+//                 1
+//              (b,a,G)
+//
+bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order) {
+    const int n = int(order.size());
+    int a, b, c;
+    if (n == 3) {
+        const int a0 = order[0], b0 = order[1], c0 = order[2];
+        const bool ccw = classifyPointSide(vertexXY(vertices[std::size_t(c0)]),
+                                           vertexXY(vertices[std::size_t(a0)]),
+                                           vertexXY(vertices[std::size_t(b0)]),
+                                           band) == kLeft;
+        a = ccw ? a0 : b0;
+        b = ccw ? b0 : a0;
+        c = c0;
+    } else {
+        // Rejected draws are not counted as attempts; the draw cap only guards against a vertex
+        // list where no three distinct usable vertices exist.
+        const long long drawCap = 64LL * (long long)maxIterations + 1024;
+        long long draws = 0;
+        int attempts = 0;
+        for (;;) {
+            if (++draws > drawCap) return false;
+            const int s0 = std::rand() % n;
+            const int s1 = std::rand() % n;
+            const int s2 = std::rand() % n;
+            if (s0 == s1 || s0 == s2 || s1 == s2) continue;
+            if (vertexType(vertices[std::size_t(s0)]) == PkMeshPoint3d::kExcluded ||
+                vertexType(vertices[std::size_t(s1)]) == PkMeshPoint3d::kExcluded ||
+                vertexType(vertices[std::size_t(s2)]) == PkMeshPoint3d::kExcluded) {
+                continue;
+            }
+            const PointSide side = classifyPointSide(vertexXY(vertices[std::size_t(s2)]),
+                                                     vertexXY(vertices[std::size_t(s0)]),
+                                                     vertexXY(vertices[std::size_t(s1)]),
+                                                     band);
+            ++attempts;
+            if (attempts > maxIterations) return false;
+            if (side == kLeft) {
+                a = s0;
+                b = s1;
+                c = s2;
+                break;
+            }
+        }
+        const int corners[3] = {a, b, c};
+        for (int k = 0; k < 3; ++k) {
+            for (int p = 0; p < n; ++p) {
+                if (order[std::size_t(p)] == corners[k]) {
+                    std::swap(order[std::size_t(k)], order[std::size_t(p)]);
+                    break;
+                }
+            }
+        }
+    }
+
+    const int base = int(triangles.size());
+    PkMeshTriangle t;
+    t.setVertexIndex(a, b, c);
+    t.setNeighborIndex(base + 1, base + 2, base + 3);
+    t.setFlagbAux(false);
+    appendTriangle(t);
+    t.setVertexIndex(b, a, GhostVertex);
+    t.setNeighborIndex(base + 0, base + 3, base + 2);
+    t.setFlagbAux(true);
+    appendTriangle(t);
+    t.setVertexIndex(c, b, GhostVertex);
+    t.setNeighborIndex(base + 0, base + 1, base + 3);
+    appendTriangle(t);
+    t.setVertexIndex(a, c, GhostVertex);
+    t.setNeighborIndex(base + 0, base + 2, base + 1);
+    appendTriangle(t);
+    vertexTriangle(vertices[std::size_t(a)]) = base + 0;
+    vertexTriangle(vertices[std::size_t(b)]) = base + 1;
+    vertexTriangle(vertices[std::size_t(c)]) = base + 2;
+    return true;
 }

@@ -1,0 +1,301 @@
+// Vertex insertion: locate, split the containing triangle (or the two triangles sharing the
+// edge the vertex lies on, or a ghost triangle when it lies outside the hull), then restore the
+// Delaunay property with Lawson flips around the new vertex. Ghost triangles take part in the
+// flips, which keeps the hull convex when a vertex is added outside it.
+#include "mesh/LocalIndex.h"
+#include "mesh/RyTriangulationImpl.h"
+
+namespace {
+
+inline void setTriangle(PkMeshTriangle& t, int v0, int v1, int v2, int n0, int n1, int n2) {
+    int* v = triVerts(t);
+    int* n = triNbrs(t);
+    v[0] = v0, v[1] = v1, v[2] = v2;
+    n[0] = n0, n[1] = n1, n[2] = n2;
+    setAuxFromVertices(t);
+}
+
+}  // namespace
+
+PkTriangulationStatus RyTriangulationImpl::insertVertexByLocator(int vertex) {
+    if (vertex < 0 || vertex > int(vertices.size()) - 1) return StatusFailed;
+    int start = 0;
+    locator.findNearestVertex(vertices[std::size_t(vertex)], vertices, start);
+
+    PointSide sides[3] = {PointSide(0), PointSide(0), PointSide(0)};
+    const int t = locatePoint(start, vertexXY(vertices[std::size_t(vertex)]), sides);
+    if (t < 0) return StatusLocateFailed;
+    const PointLocation location = combineSides(sides);
+    if (location == kOutside) return StatusLocateFailed;
+    if (location == kOnVertex) return StatusCoincidentVertex;
+
+    CheckList list;
+    PkTriangulationStatus status = insertVertexAt(list, t, vertex, location);
+    if (status == StatusOk) status = legalizeAroundVertex(vertex, list);
+    if (status == StatusOk) locator.insertVertex(vertex, vertices);
+    return status;
+}
+
+PkTriangulationStatus RyTriangulationImpl::insertVertexFromPrevious(int vertex, int start) {
+    const int n = int(vertices.size());
+    if (vertex < 0 || vertex >= n || start < 0 || start >= n) return StatusFailed;
+    PkMeshPoint3d& record = vertices[std::size_t(vertex)];
+    if (vertexType(record) == PkMeshPoint3d::kExcluded) {
+        vertexTriangle(record) = vertexTriangle(vertices[std::size_t(start)]);
+        return StatusOk;
+    }
+
+    PointSide sides[3] = {PointSide(0), PointSide(0), PointSide(0)};
+    const int t = locatePoint(start, vertexXY(record), sides);
+    if (t < 0) return StatusLocateFailed;
+    const PointLocation location = combineSides(sides);
+    if (location == kOutside) return StatusLocateFailed;
+    if (location == kOnVertex) return StatusCoincidentVertex;
+
+    CheckList list;
+    const PkTriangulationStatus status = insertVertexAt(list, t, vertex, location);
+    if (status != StatusOk) return status;
+    return legalizeAroundVertex(vertex, list);
+}
+
+void RyTriangulationImpl::replaceNeighbor(int x, int oldIndex, int newIndex) {
+    if (x < 0 || x >= int(triangles.size())) return;
+    int* n = triNbrs(triangles[std::size_t(x)]);
+    for (int k = 0; k < 3; ++k) {
+        if (n[k] == oldIndex) {
+            n[k] = newIndex;
+            return;
+        }
+    }
+}
+
+PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
+                                                          int t,
+                                                          int p,
+                                                          PointLocation location) {
+    const int a = allocateTriangle();
+    const int b = allocateTriangle();
+    const PkMeshTriangle old = triangles[std::size_t(t)];
+    const int* c = triVerts(old);
+    const int* N = triNbrs(old);
+
+    if (location == kInTriangle) {
+        /*
+                     c2
+                   / | \
+               b  /  p  \  a        t keeps edge c0-c1, a takes c1-c2, b takes c2-c0
+                 /  / \  \
+               c0 ------- c1
+                     t
+        */
+        setTriangle(triangles[std::size_t(t)], c[0], c[1], p, N[0], a, b);
+        setTriangle(triangles[std::size_t(a)], c[1], c[2], p, N[1], b, t);
+        setTriangle(triangles[std::size_t(b)], c[2], c[0], p, N[2], t, a);
+        vertexTriangle(vertices[std::size_t(p)]) = a;
+        vertexTriangle(vertices[std::size_t(c[0])]) = t;
+        vertexTriangle(vertices[std::size_t(c[1])]) = t;
+        vertexTriangle(vertices[std::size_t(c[2])]) = b;
+        replaceNeighbor(N[1], t, a);
+        replaceNeighbor(N[2], t, b);
+        list.push(t);
+        list.push(a);
+        list.push(b);
+        return StatusOk;
+    }
+
+    if (location == kOnEdge0 || location == kOnEdge1 || location == kOnEdge2) {
+        // p splits edge e0-e1 of t (whose third vertex is o) and of u across it (third vertex w,
+        // the ghost vertex when the edge is on the hull).
+        //
+        //              o
+        //           b / | \ t
+        //           e1--p--e0
+        //           a \ | / u
+        //              w
+        const int k = location - kOnEdge0;
+        const int e0 = c[k], e1 = c[nextLocalIndex(k)], o = c[prevLocalIndex(k)];
+        const int u = N[k];
+        if (u < 0 || u >= int(triangles.size())) return StatusFailed;
+        const PkMeshTriangle oldU = triangles[std::size_t(u)];
+        const int* uc = triVerts(oldU);
+        const int* uN = triNbrs(oldU);
+        int j = 0;
+        while (j < 3 && uc[j] != e0) ++j;
+        if (j == 3) return StatusFailed;
+        const int w = uc[nextLocalIndex(j)];
+        const int uN0w = uN[j];
+        const int uNw1 = uN[nextLocalIndex(j)];
+
+        setTriangle(triangles[std::size_t(t)], p, o, e0, b, N[prevLocalIndex(k)], u);
+        setTriangle(triangles[std::size_t(u)], p, e0, w, t, uN0w, a);
+        setTriangle(triangles[std::size_t(a)], e1, p, w, b, u, uNw1);
+        setTriangle(triangles[std::size_t(b)], p, e1, o, a, N[nextLocalIndex(k)], t);
+        vertexTriangle(vertices[std::size_t(p)]) = t;
+        // Each old corner keeps a triangle it still belongs to: e0 and o are in t, e1 in b.
+        vertexTriangle(vertices[std::size_t(c[0])]) = k == 2 ? b : t;
+        vertexTriangle(vertices[std::size_t(c[1])]) = k == 0 ? b : t;
+        vertexTriangle(vertices[std::size_t(c[2])]) = k == 2 ? t : b;
+        if (w != GhostVertex) vertexTriangle(vertices[std::size_t(w)]) = u;
+        replaceNeighbor(N[nextLocalIndex(k)], t, b);
+        replaceNeighbor(uNw1, u, a);
+        list.push(t);
+        list.push(u);
+        list.push(a);
+        list.push(b);
+        return StatusOk;
+    }
+
+    if (location == kInGhostTriangle) {
+        // Rotate t to (r0, r1, G); the real triangle M0 lies across the hull edge r0-r1 and p
+        // beyond it. t becomes the real triangle (r0, r1, p) with new ghosts a and b beside it.
+        //
+        //          G     p     G
+        //            b / | \ a
+        //             r0-t-r1
+        //               M0
+        int r = 2;
+        if (c[0] == GhostVertex) {
+            r = 0;
+        } else if (c[1] == GhostVertex) {
+            r = 1;
+        }
+        const int s = nextLocalIndex(r);
+        const int r0 = c[s], r1 = c[nextLocalIndex(s)];
+        const int M0 = N[s], M1 = N[nextLocalIndex(s)], M2 = N[prevLocalIndex(s)];
+
+        setTriangle(triangles[std::size_t(t)], r0, r1, p, M0, a, b);
+        setTriangle(triangles[std::size_t(a)], p, r1, GhostVertex, t, M1, b);
+        setTriangle(triangles[std::size_t(b)], r0, p, GhostVertex, t, a, M2);
+        vertexTriangle(vertices[std::size_t(p)]) = t;
+        vertexTriangle(vertices[std::size_t(r0)]) = t;
+        vertexTriangle(vertices[std::size_t(r1)]) = t;
+        replaceNeighbor(M1, t, a);
+        replaceNeighbor(M2, t, b);
+        list.push(t);
+        list.push(a);
+        list.push(b);
+        return StatusOk;
+    }
+    return StatusOk;
+}
+
+// Lawson's flip loop. Every triangle on the stack has p as a corner; the edge opposite p is
+// flipped when the vertex D beyond it lies inside the circle through p (or, for two ghost
+// triangles, when the hull is concave there). Each flip removes an illegal edge and adds only
+// edges at p, so for points in general position the loop ends after O(degree of p) flips; the
+// counter turns any surprise into StatusIterationLimit.
+//
+/*
+               C                         C
+             / | \                     /   \
+        nCP /  |  \ nDC           nCP / u   \ nDC
+           /   |   \                 /       \
+          p  t | u  D      ==>      p ------- D
+           \   |   /                 \       /
+        nPA \  |  / nAD           nPA \ t   / nAD
+             \ | /                     \   /
+               A                         A
+*/
+PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(int p, const CheckList& list) {
+    flipStack.clear();
+    for (int i = 0; i < list.count; ++i) flipStack.push_back(list.items[i]);
+    const int triangleCount = int(triangles.size());
+
+    int count = 0;
+    while (!flipStack.empty()) {
+        const int t = flipStack.back();
+        flipStack.pop_back();
+        const PkMeshTriangle& T = triangles[std::size_t(t)];
+        const int* tv = triVerts(T);
+        const int* tn = triNbrs(T);
+        const int i = tv[0] == p ? 0 : (tv[1] == p ? 1 : 2);
+        const int A = tv[nextLocalIndex(i)];
+        const int C = tv[prevLocalIndex(i)];
+        const int nPA = tn[i];
+        const int u = tn[nextLocalIndex(i)];
+        const int nCP = tn[prevLocalIndex(i)];
+        if (u < 0) continue;
+        if (u >= triangleCount) return StatusFailed;
+
+        const PkMeshTriangle& U = triangles[std::size_t(u)];
+        const int* uv = triVerts(U);
+        const int* un = triNbrs(U);
+        int D, nAD, nDC;
+        if (un[0] == t) {
+            D = uv[2], nAD = un[1], nDC = un[2];
+        } else if (un[1] == t) {
+            D = uv[0], nAD = un[2], nDC = un[0];
+        } else {
+            D = uv[1], nAD = un[0], nDC = un[1];
+        }
+        if (p == -1 || A == -1 || D == -1 || C == -1) return StatusFailed;
+
+        const bool tGhost = isGhost(T);
+        const bool uGhost = isGhost(U);
+        bool flip = false;
+        if (tGhost && uGhost) {
+            // Both outside the old hull: flip when the hull would be concave at the shared real
+            // vertex, i.e. D lies strictly on the outer side of the line through p.
+            const double* pp = vertexXY(vertices[std::size_t(p)]);
+            if (A == GhostVertex) {
+                flip = classifyPointSide(vertexXY(vertices[std::size_t(D)]),
+                                         vertexXY(vertices[std::size_t(C)]),
+                                         pp,
+                                         band) == kLeft;
+            } else {
+                flip = classifyPointSide(vertexXY(vertices[std::size_t(A)]),
+                                         vertexXY(vertices[std::size_t(D)]),
+                                         pp,
+                                         band) == kLeft;
+            }
+            if (!flip) continue;
+        } else if (!tGhost && !uGhost) {
+            const bool constrained =
+                !constraintEdges.empty() && constraintEdges.count(PkMeshEdge(A, C)) != 0;
+            flip = !constrained && classifyInCircle(vertexXY(vertices[std::size_t(p)]),
+                                                    vertexXY(vertices[std::size_t(A)]),
+                                                    vertexXY(vertices[std::size_t(D)]),
+                                                    vertexXY(vertices[std::size_t(C)]),
+                                                    band) == kInsideCircle;
+        }
+        if (flip) {
+            flipEdge(t, u, nPA, nAD, nDC, nCP, p, A, D, C);
+            flipStack.push_back(t);
+            flipStack.push_back(u);
+        }
+        if (++count > maxIterations) return StatusIterationLimit;
+    }
+    return StatusOk;
+}
+
+void RyTriangulationImpl::flipEdge(int t,
+                                   int u,
+                                   int nPA,
+                                   int nAD,
+                                   int nDC,
+                                   int nCP,
+                                   int p,
+                                   int A,
+                                   int D,
+                                   int C) {
+    // D is never the ghost vertex: flips happen between two real or two ghost triangles, and a
+    // new ghost triangle keeps the ghost vertex at position 2.
+    PkMeshTriangle& T = triangles[std::size_t(t)];
+    PkMeshTriangle& U = triangles[std::size_t(u)];
+    if (A == GhostVertex) {
+        setTriangle(T, D, p, GhostVertex, u, nPA, nAD);
+        setTriangle(U, D, C, p, nDC, nCP, t);
+    } else if (C == GhostVertex) {
+        setTriangle(T, p, A, D, nPA, nAD, u);
+        setTriangle(U, p, D, GhostVertex, t, nDC, nCP);
+    } else {
+        setTriangle(T, p, A, D, nPA, nAD, u);
+        setTriangle(U, D, C, p, nDC, nCP, t);
+    }
+    replaceNeighbor(nAD, u, t);
+    replaceNeighbor(nCP, t, u);
+    if (p >= 0) vertexTriangle(vertices[std::size_t(p)]) = t;
+    if (A >= 0) vertexTriangle(vertices[std::size_t(A)]) = t;
+    if (D >= 0) vertexTriangle(vertices[std::size_t(D)]) = t;
+    if (C >= 0) vertexTriangle(vertices[std::size_t(C)]) = u;
+}

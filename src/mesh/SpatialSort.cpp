@@ -1,0 +1,113 @@
+// Insertion order: a fixed SplitMix64 shuffle, then a multiscale Hilbert sort (the first eighth,
+// recursively refined the same way, is sorted separately and stays ahead of the rest), so that
+// each walk starts next to its target while the early vertices still spread over the domain.
+#include <algorithm>
+#include <cstdint>
+
+#include "mesh/RyTriangulationImpl.h"
+
+namespace {
+
+/// SplitMix64; restarts from state 0 on every shuffle, so a given length always gives the same
+/// permutation.
+struct SplitMix64 {
+    std::uint64_t state = 0;
+    std::uint64_t next() {
+        state += 0x9E3779B97F4A7C15ull;
+        std::uint64_t z = state;
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+};
+
+/// A vertex to sort, with its coordinates beside it so the selection reads contiguous memory.
+struct SortKey {
+    double xy[2];
+    int index;
+};
+
+/// Puts the median of [lo, hi) by the axis and direction (ascending when `up`) at the middle,
+/// lesser entries before it and greater after; returns the middle.
+SortKey* hilbertSplit(SortKey* lo, SortKey* hi, int axis, bool up) {
+    if (lo >= hi) return lo;
+    SortKey* mid = lo + (hi - lo) / 2;
+    if (up) {
+        std::nth_element(lo, mid, hi, [axis](const SortKey& a, const SortKey& b) {
+            return a.xy[axis] < b.xy[axis];
+        });
+    } else {
+        std::nth_element(lo, mid, hi, [axis](const SortKey& a, const SortKey& b) {
+            return a.xy[axis] > b.xy[axis];
+        });
+    }
+    return mid;
+}
+
+// Median-split Hilbert curve: split along `axis`, then each half along the other axis; three
+// quarters recurse and the fourth continues the loop, so the recursion depth stays logarithmic.
+void hilbertSortKeys(SortKey* begin, SortKey* end, int axis, bool ux, bool uy) {
+    while (end - begin > 1) {
+        const int other = 1 - axis;
+        SortKey* m2 = hilbertSplit(begin, end, axis, ux);
+        SortKey* m1 = hilbertSplit(begin, m2, other, uy);
+        SortKey* m3 = hilbertSplit(m2, end, other, !uy);
+        hilbertSortKeys(begin, m1, other, uy, ux);
+        hilbertSortKeys(m1, m2, axis, ux, uy);
+        hilbertSortKeys(m2, m3, axis, ux, uy);
+        begin = m3;
+        axis = other;
+        const bool nextUx = !uy;
+        uy = !ux;
+        ux = nextUx;
+    }
+}
+
+void spatialSortKeys(SortKey* begin, SortKey* end) {
+    SortKey* middle = begin;
+    const std::ptrdiff_t m = end - begin;
+    if (m > 64) {
+        middle = begin + std::ptrdiff_t(double(m) * 0.125);
+        spatialSortKeys(begin, middle);
+    }
+    hilbertSortKeys(middle, end, 0, false, false);
+}
+
+std::vector<SortKey> makeKeys(std::vector<int>::const_iterator begin,
+                              std::vector<int>::const_iterator end,
+                              const std::vector<PkMeshPoint3d>& vertices) {
+    std::vector<SortKey> keys;
+    keys.reserve(std::size_t(end - begin));
+    for (auto it = begin; it != end; ++it) {
+        const double* p = vertexXY(vertices[std::size_t(*it)]);
+        keys.push_back(SortKey{{p[0], p[1]}, *it});
+    }
+    return keys;
+}
+
+}  // namespace
+
+void shuffleIndices(std::vector<int>& order) {
+    SplitMix64 generator;
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        const std::uint64_t j = generator.next() % std::uint64_t(i + 1);
+        std::swap(order[i], order[std::size_t(j)]);
+    }
+}
+
+void hilbertSort(std::vector<int>::iterator begin,
+                 std::vector<int>::iterator end,
+                 const std::vector<PkMeshPoint3d>& vertices,
+                 int axis,
+                 bool ux,
+                 bool uy) {
+    std::vector<SortKey> keys = makeKeys(begin, end, vertices);
+    hilbertSortKeys(keys.data(), keys.data() + keys.size(), axis, ux, uy);
+    for (const SortKey& k : keys) *begin++ = k.index;
+}
+
+void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices) {
+    std::vector<SortKey> keys = makeKeys(order.begin(), order.end(), vertices);
+    spatialSortKeys(keys.data(), keys.data() + keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) order[i] = keys[i].index;
+}
