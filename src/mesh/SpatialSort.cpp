@@ -27,20 +27,67 @@ struct SortKey {
     int index;
 };
 
+/// Orders [lo, hi) ascending (or descending when !up) along `axis`; for the small ranges left
+/// by the selection below.
+void insertionSort(SortKey* lo, SortKey* hi, int axis, double sign) {
+    for (SortKey* i = lo + 1; i < hi; ++i) {
+        const SortKey v = *i;
+        const double key = sign * v.xy[axis];
+        SortKey* j = i;
+        for (; j > lo && key < sign * j[-1].xy[axis]; --j) *j = j[-1];
+        *j = v;
+    }
+}
+
+/// Puts the entry a full sort would put at `nth` there, with no entry after it ordered before it
+/// and none before it ordered after it. Quickselect with a branchless Lomuto partition: the
+/// comparisons on random coordinates are unpredictable, so avoiding the branch is what pays. The
+/// direction is folded into a sign so that one loop serves both. After too many rounds (many
+/// equal coordinates) it hands over to the library's introselect, which bounds the worst case.
+void selectNth(SortKey* lo, SortKey* nth, SortKey* hi, int axis, bool up) {
+    const double sign = up ? 1.0 : -1.0;
+    int rounds = 0;
+    while (hi - lo > 16) {
+        if (++rounds > 64) {
+            auto cmp = [axis, sign](const SortKey& a, const SortKey& b) {
+                return sign * a.xy[axis] < sign * b.xy[axis];
+            };
+            std::nth_element(lo, nth, hi, cmp);
+            return;
+        }
+        SortKey* mid = lo + (hi - lo) / 2;
+        const double a = sign * lo->xy[axis];
+        const double b = sign * mid->xy[axis];
+        const double c = sign * hi[-1].xy[axis];
+        SortKey* median = (a < b) ? ((b < c) ? mid : (a < c ? hi - 1 : lo))
+                                  : ((a < c) ? lo : (b < c ? hi - 1 : mid));
+        std::swap(*median, hi[-1]);
+        const double pivot = sign * hi[-1].xy[axis];
+        SortKey* store = lo;  // invariant: [lo, store) holds the entries before the pivot
+        for (SortKey* i = lo; i < hi - 1; ++i) {
+            const bool before = sign * i->xy[axis] < pivot;
+            const SortKey tmp = *i;
+            *i = *store;
+            *store = tmp;
+            store += before;
+        }
+        std::swap(*store, hi[-1]);
+        if (store == nth) return;
+        if (nth < store) {
+            hi = store;
+        } else {
+            lo = store + 1;
+        }
+    }
+    insertionSort(lo, hi, axis, sign);
+}
+
 /// Puts the median of [lo, hi) by the axis and direction (ascending when `up`) at the middle,
 /// lesser entries before it and greater after; returns the middle.
 SortKey* hilbertSplit(SortKey* lo, SortKey* hi, int axis, bool up) {
     if (lo >= hi) return lo;
     SortKey* mid = lo + (hi - lo) / 2;
-    if (up) {
-        std::nth_element(lo, mid, hi, [axis](const SortKey& a, const SortKey& b) {
-            return a.xy[axis] < b.xy[axis];
-        });
-    } else {
-        std::nth_element(lo, mid, hi, [axis](const SortKey& a, const SortKey& b) {
-            return a.xy[axis] > b.xy[axis];
-        });
-    }
+    selectNth(lo, mid, hi, axis, up);
     return mid;
 }
 
