@@ -1,0 +1,38 @@
+// Writers of the output formats: Wavefront .obj, the .node/.ele (and .poly) files of mesh
+// generators, and an SVG picture.
+#pragma once
+
+#include <string>
+
+#include "Site.h"
+#include "io/OutputFile.h"
+
+namespace rytri {
+
+/// `v x y z` for every vertex (back in 3D: the height returns to its own axis), `f a b c` for
+/// every triangle (1-based, counter-clockwise seen from the height axis) and `l a b` for every
+/// constraint edge.
+void writeObj(const Mesh& mesh, const std::string& comment, OutputFile& out);
+
+/// `index u v h` with the height as the one attribute; numbered from 1.
+void writeNode(const Mesh& mesh, const std::string& comment, OutputFile& out);
+/// `index a b c` per triangle, numbered from 1 like the .node file.
+void writeEle(const Mesh& mesh, const std::string& comment, OutputFile& out);
+/// The constraint edges as segments over the vertices of the .node file of the same name.
+void writePoly(const Mesh& mesh, const std::string& comment, OutputFile& out);
+
+struct SvgOptions {
+    std::string title;
+    /// Above this many triangles the picture shows a grid of mean heights instead of triangles.
+    std::size_t triangleLimit = 200000;
+    /// Above this many constraint edges only an even subset is drawn.
+    std::size_t edgeLimit = 50000;
+    /// Pixel size of the plot area's longer side.
+    double size = 1000.0;
+};
+
+/// Triangles in thin lines, kept triangles filled by height with a legend, constraint edges
+/// bold, scaled to fit. Very large meshes are thinned, and the picture says so.
+void writeSvg(const Mesh& mesh, const SvgOptions& options, OutputFile& out);
+
+}  // namespace rytri
