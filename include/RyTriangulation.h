@@ -86,8 +86,8 @@ public:
                                  PkGeTol& tol);
 
     /// Delaunay triangulation of the points' x and y, closed by ghost triangles around the hull.
-    /// Returns StatusOk, or the first failure: StatusFailed (a non-finite x or y; nothing
-    /// changed), StatusTooFewPoints, StatusCoincidentVertex (a repeated point),
+    /// Returns StatusOk, or the first failure: StatusFailed (an x or y that is not finite, or
+    /// non-zero with magnitude outside [2^-200, 2^200]; nothing changed), StatusTooFewPoints, StatusCoincidentVertex (a repeated point),
     /// StatusLocateFailed (e.g. four or more points on one line), StatusIterationLimit. After a
     /// failure the vertices inserted so far stay in the mesh. The output list stays empty until
     /// a finishing call.

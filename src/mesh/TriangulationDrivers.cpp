@@ -12,16 +12,28 @@ namespace {
 /// Vertex indices are int32 and the mesh holds about 2n triangles.
 constexpr std::size_t kMaxPoints = std::size_t(1) << 30;
 
+/// The predicates multiply up to four coordinate differences. With every non-zero coordinate's
+/// magnitude within [2^-200, 2^200] those products neither overflow nor lose bits to underflow,
+/// so every sign stays exact; outside it they cannot be trusted.
+constexpr double kMinMagnitude = 0x1p-200;
+constexpr double kMaxMagnitude = 0x1p+200;
+
+bool usableCoordinate(double c) {
+    const double m = std::fabs(c);
+    return m == 0.0 || (m >= kMinMagnitude && m <= kMaxMagnitude);  // false for NaN and inf
+}
+
 }  // namespace
 
 PkTriangulationStatus RyTriangulationImpl::delaunayTriangulation(
     const std::vector<PkGePoint3d>& points) {
     if (points.size() < 3) return StatusTooFewPoints;
-    // A non-finite coordinate would defeat every predicate and the locator's box growth; refuse
-    // it before anything changes. So does a count whose triangles would overflow the indices.
+    // A non-finite coordinate would defeat every predicate and the locator's box growth, and
+    // one of extreme magnitude the predicates' exactness; refuse them before anything changes.
+    // So is a count whose triangles would overflow the indices.
     if (points.size() >= kMaxPoints) return StatusFailed;
     for (const PkGePoint3d& p : points) {
-        if (!std::isfinite(p.x) || !std::isfinite(p.y)) return StatusFailed;
+        if (!usableCoordinate(p.x) || !usableCoordinate(p.y)) return StatusFailed;
     }
     if (used) reset();
     used = true;
