@@ -1,5 +1,6 @@
 #include "spatial/VertexKdTree.h"
 
+#include <cmath>
 #include <limits>
 
 #include "mesh/MeshFields.h"
@@ -15,7 +16,9 @@ struct Box {
 };
 
 /// Midpoint of `box` along `axis`; a coordinate equal to it belongs to the high side.
-inline double splitMid(const Box& box, int axis) { return (box.lo[axis] + box.hi[axis]) * 0.5; }
+inline double splitMid(const Box& box, int axis) {
+    return (box.lo[axis] + box.hi[axis]) * 0.5;
+}
 
 inline const double* xyOf(const std::vector<PkMeshPoint3d>& vertices, int v) {
     return vertexXY(vertices[std::size_t(v)]);
@@ -45,7 +48,15 @@ bool VertexKdTree::contains(const double* p) const {
 }
 
 // The old tree becomes one half of a box twice as large along the new root axis, split at the
-// old box's edge on the side facing p.
+// old box's edge on the side facing p. (In floating point that split can land an ulp off the
+// old edge, so points on the edge may sit an ulp outside their derived box; the search then
+// misjudges their distance by about an ulp, nothing more.)
+//
+// A box of zero extent along k (every point so far has the same coordinate c there) would never
+// grow by doubling; it grows by the distance to p instead (1 when p is on the line), so growth
+// always ends. Its points were all sent to the high side of every split along k (the midpoint
+// was c itself), so the old tree stays consistent only as a high half whose upper edge remains c:
+// such a box always grows downward, and a point above c is reached by the next growth along k.
 void VertexKdTree::growBox(const double* p) {
     const int a = newNode();
     const int b = newNode();
@@ -53,20 +64,26 @@ void VertexKdTree::growBox(const double* p) {
     const int k = rootAxis;
     const double lo = boxMin[k];
     const double hi = boxMax[k];
-    // A box of zero extent along k (all points so far on one line) would never grow by
-    // doubling; it grows by the distance to p instead, so growth always ends.
     double extent = hi - lo;
-    if (!(extent > 0.0)) extent = lo > p[k] ? lo - p[k] : p[k] - hi;
-    if (!(extent > 0.0)) extent = 1.0;
-    if (lo > p[k]) {
+    bool downward = lo > p[k];
+    if (!(extent > 0.0)) {
+        extent = std::fabs(p[k] - lo);
+        if (!(extent > 0.0)) extent = 1.0;
+        downward = true;
+    }
+    const double edge = downward ? lo - extent : hi + extent;
+    if (downward) {
         nodes[std::size_t(a)].child0 = b;
         nodes[std::size_t(a)].child1 = root;
-        boxMin[k] = lo - extent;
+        boxMin[k] = edge;
     } else {
         nodes[std::size_t(a)].child0 = root;
         nodes[std::size_t(a)].child1 = b;
-        boxMax[k] = hi + extent;
+        boxMax[k] = edge;
     }
+    // The new root holds the same points as the old one.
+    for (int i = 0; i < 4; ++i)
+        nodes[std::size_t(a)].extent[i] = nodes[std::size_t(root)].extent[i];
     root = a;
 }
 
@@ -89,6 +106,35 @@ void VertexKdTree::fitBox(const std::vector<PkMeshPoint3d>& vertices) {
     boxFitted = true;
 }
 
+namespace {
+
+inline void widen(double* extent, const double* p) {
+    extent[0] = p[0] < extent[0] ? p[0] : extent[0];
+    extent[1] = p[1] < extent[1] ? p[1] : extent[1];
+    extent[2] = p[0] > extent[2] ? p[0] : extent[2];
+    extent[3] = p[1] > extent[3] ? p[1] : extent[3];
+}
+
+/// A lower bound of the squared distance, as the search computes it, from q to any point inside
+/// `extent`: rounding is monotone, so no point inside can compute a smaller distance.
+inline double extentDistance(const double* extent, const double* q) {
+    const double dx =
+        extent[0] > q[0] ? extent[0] - q[0] : (q[0] > extent[2] ? q[0] - extent[2] : 0.0);
+    const double dy =
+        extent[1] > q[1] ? extent[1] - q[1] : (q[1] > extent[3] ? q[1] - extent[3] : 0.0);
+    return dx * dx + dy * dy;
+}
+
+}  // namespace
+
+void VertexKdTree::store(int node, int v, const double* p) {
+    KdNode& n = nodes[std::size_t(node)];
+    n.bucket.push_back(v);
+    n.coords.push_back(p[0]);
+    n.coords.push_back(p[1]);
+    widen(n.extent, p);
+}
+
 void VertexKdTree::insertVertex(int v, const std::vector<PkMeshPoint3d>& vertices) {
     insertAt(v, xyOf(vertices, v), vertices);
 }
@@ -106,11 +152,18 @@ void VertexKdTree::insertAt(int v, const double* p, const std::vector<PkMeshPoin
         KdNode* n = &nodes[std::size_t(node)];
         if (n->child0 == n->child1) {
             if (int(n->bucket.size()) < BucketCapacity || depth > kMaxSplitDepth) {
-                n->bucket.push_back(v);
+                store(node, v, p);
                 return;
             }
             if (!boxFitted) {
                 fitBox(vertices);
+                // The fit covers the leaf's points only; widen it to p, which is about to be
+                // stored below this box and must lie inside it for later growth to keep it on the
+                // side it was routed to.
+                boxMin[0] = p[0] < boxMin[0] ? p[0] : boxMin[0];
+                boxMin[1] = p[1] < boxMin[1] ? p[1] : boxMin[1];
+                boxMax[0] = p[0] > boxMax[0] ? p[0] : boxMax[0];
+                boxMax[1] = p[1] > boxMax[1] ? p[1] : boxMax[1];
                 if (node == root) box = Box{{boxMin[0], boxMin[1]}, {boxMax[0], boxMax[1]}};
             }
             const int c0 = newNode();
@@ -120,12 +173,15 @@ void VertexKdTree::insertAt(int v, const double* p, const std::vector<PkMeshPoin
             n->child1 = c1;
             const double mid = splitMid(box, axis);
             std::vector<int> bucket;
+            std::vector<double> coords;
             bucket.swap(n->bucket);
-            for (int u : bucket) {
-                const int side = mid > xyOf(vertices, u)[axis] ? c0 : c1;
-                nodes[std::size_t(side)].bucket.push_back(u);
+            coords.swap(n->coords);
+            for (std::size_t i = 0; i < bucket.size(); ++i) {
+                const double* q = &coords[2 * i];
+                store(mid > q[axis] ? c0 : c1, bucket[i], q);
             }
         }
+        widen(nodes[std::size_t(node)].extent, p);
         const double mid = splitMid(box, axis);
         if (mid > p[axis]) {
             node = nodes[std::size_t(node)].child0;
@@ -138,7 +194,8 @@ void VertexKdTree::insertAt(int v, const double* p, const std::vector<PkMeshPoin
     }
 }
 
-void VertexKdTree::build(const std::vector<int>& indices, const std::vector<PkMeshPoint3d>& records) {
+void VertexKdTree::build(const std::vector<int>& indices,
+                         const std::vector<PkMeshPoint3d>& records) {
     if (records.empty()) return;
     const double* first = vertexXY(records.front());
     boxMin[0] = boxMax[0] = first[0];
@@ -160,6 +217,7 @@ void VertexKdTree::build(const std::vector<int>& indices, const std::vector<PkMe
         int axis = rootAxis;
         Box box{{boxMin[0], boxMin[1]}, {boxMax[0], boxMax[1]}};
         while (nodes[std::size_t(node)].child0 != nodes[std::size_t(node)].child1) {
+            widen(nodes[std::size_t(node)].extent, p);
             const double mid = splitMid(box, axis);
             if (mid > p[axis]) {
                 node = nodes[std::size_t(node)].child0;
@@ -170,7 +228,7 @@ void VertexKdTree::build(const std::vector<int>& indices, const std::vector<PkMe
             }
             axis = axis == 0 ? 1 : 0;
         }
-        nodes[std::size_t(node)].bucket.push_back(indices[i]);
+        store(node, indices[i], p);
     }
 }
 
@@ -180,7 +238,8 @@ PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
     const double* qp = vertexXY(q);
     int found = -1;
     double best = kHuge;
-    searchStack[0] = KdSearchEntry{root, boxMin[0], boxMin[1], boxMax[0], boxMax[1], rootAxis, kHuge};
+    searchStack[0] =
+        KdSearchEntry{root, boxMin[0], boxMin[1], boxMax[0], boxMax[1], rootAxis, kHuge};
     int top = 0;
     while (top >= 0) {
         const KdSearchEntry e = searchStack[std::size_t(top)];
@@ -188,15 +247,19 @@ PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
         if (e.bound > best) continue;
         if (e.node < 0 || e.node >= int(nodes.size())) break;
         const KdNode& n = nodes[std::size_t(e.node)];
+        // Beyond the described pruning, skip a subtree whose points all lie at least `best`
+        // away: only a strictly smaller distance replaces the best, so the sequence of bests,
+        // and with it every later decision and the result, is unchanged.
+        if (extentDistance(n.extent, qp) >= best) continue;
         if (n.child0 == n.child1) {
-            for (int u : n.bucket) {
-                const double* up = xyOf(vertices, u);
-                const double dx = qp[0] - up[0];
-                const double dy = qp[1] - up[1];
+            const double* c = n.coords.data();
+            for (std::size_t i = 0; i < n.bucket.size(); ++i) {
+                const double dx = qp[0] - c[2 * i];
+                const double dy = qp[1] - c[2 * i + 1];
                 const double d = dx * dx + dy * dy;
                 if (d < best) {
                     best = d;
-                    found = u;
+                    found = n.bucket[i];
                 }
             }
             continue;
@@ -211,8 +274,10 @@ PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
         Box high = box;
         high.lo[e.axis] = mid;
         if (top + 2 >= int(searchStack.size())) searchStack.resize(searchStack.size() + StackChunk);
-        const KdSearchEntry lowEntry{n.child0, low.lo[0], low.lo[1], low.hi[0], low.hi[1], next, bound};
-        const KdSearchEntry highEntry{n.child1, high.lo[0], high.lo[1], high.hi[0], high.hi[1], next, bound};
+        const KdSearchEntry lowEntry{
+            n.child0, low.lo[0], low.lo[1], low.hi[0], low.hi[1], next, bound};
+        const KdSearchEntry highEntry{
+            n.child1, high.lo[0], high.lo[1], high.hi[0], high.hi[1], next, bound};
         // The child on the query's side goes on top and is visited first.
         if (mid > qp[e.axis]) {
             searchStack[std::size_t(++top)] = highEntry;

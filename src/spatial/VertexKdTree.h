@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "PkMeshPoint3d.h"
@@ -15,6 +16,14 @@ struct KdNode {
     int child0 = 0;  ///< child on the low side of the split
     int child1 = 0;  ///< child on the high side; child0 == child1 marks a leaf
     std::vector<int> bucket;
+    /// x, y of each bucket entry, in bucket order: a leaf scan reads no vertex records.
+    std::vector<double> coords;
+    /// Bounding box of every point stored below this node (min x, min y, max x, max y; empty
+    /// when min > max). Only used to skip subtrees that cannot hold a strictly nearer point.
+    double extent[4] = {std::numeric_limits<double>::infinity(),
+                        std::numeric_limits<double>::infinity(),
+                        -std::numeric_limits<double>::infinity(),
+                        -std::numeric_limits<double>::infinity()};
 };
 
 struct KdSearchEntry {
@@ -61,4 +70,5 @@ private:
     void fitBox(const std::vector<PkMeshPoint3d>& vertices);
     bool contains(const double* p) const;
     void insertAt(int v, const double* p, const std::vector<PkMeshPoint3d>& vertices);
+    void store(int node, int v, const double* p);
 };

@@ -1,0 +1,125 @@
+// Delaunay triangulation throughput and memory, both insertion orders.
+//
+// Counters: time_per_point (CPU time of delaunayTriangulation per input point; the machine may
+// be shared, so CPU time is steadier than wall time) and
+// peak_bytes_per_point (growth of the process's peak resident size during the call, per point;
+// the peak is reset before each call). Targets we compare against, not asserted:
+//   uniform 1e6, sorted order:  <= 350 ms and <= 120 bytes/point of peak growth;
+//   shuffled order:              <= 2x the sorted time;
+//   1000 x 1000 integer grid:    <= 3x the uniform time.
+// Run in Release:  delaunay_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "RyTriangulation.h"
+#include "mesh/RyTriangulationAccess.h"
+#include "support/MeshValidator.h"
+#include "support/PeakMemory.h"
+#include "support/PointGenerators.h"
+
+namespace {
+
+using rytest::Points;
+
+enum Input { kUniform, kClusters, kGrid };
+
+/// Inputs are generated once per size and kept: generation is not what we measure.
+const Points& input(Input kind, int n) {
+    static std::map<std::pair<int, int>, Points> cache;
+    Points& points = cache[{int(kind), n}];
+    if (points.empty()) {
+        switch (kind) {
+            case kUniform:
+                points = rytest::uniformPoints(n, 42);
+                break;
+            case kClusters:
+                points = rytest::gaussianClusters(n, 32, 42, 1000.0, 10.0);
+                break;
+            case kGrid:
+                points = rytest::integerGrid(1000, n / 1000);
+                break;
+        }
+    }
+    return points;
+}
+
+void runTriangulation(benchmark::State& state, Input kind, bool sorted) {
+    const int n = int(state.range(0));
+    const Points& points = input(kind, n);
+    long long peakGrowth = -1;
+    bool validated = false;
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::srand(1);
+        auto tri = std::make_unique<RyTriangulation>(sorted, true);
+        rytest::releaseFreedMemory();
+        rytest::resetPeakMemory();
+        const long long before = rytest::currentMemoryBytes();
+        state.ResumeTiming();
+
+        const PkTriangulationStatus status = tri->delaunayTriangulation(points);
+
+        state.PauseTiming();
+        const long long peak = rytest::peakMemoryBytes();
+        // The allocator returns what it frees (see main), so every call starts from fresh pages;
+        // keep the largest growth seen.
+        if (before >= 0 && peak >= 0) peakGrowth = std::max(peakGrowth, peak - before);
+        if (status != StatusOk) {
+            state.SkipWithError("triangulation failed");
+        } else if (!validated && n <= 100000) {
+            // One check per benchmark that the timed code produced a valid mesh.
+            const auto violations = validateMesh(*RyTriangulationAccess::impl(*tri));
+            if (!violations.empty()) state.SkipWithError(formatViolations(violations).c_str());
+            validated = true;
+        }
+        tri.reset();
+        state.ResumeTiming();
+    }
+    // Seconds per point (printed with an SI prefix: "650n" is 650 ns).
+    state.counters["time_per_point"] = benchmark::Counter(
+        double(n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["peak_bytes_per_point"] = double(peakGrowth) / double(n);
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+void BM_UniformSorted(benchmark::State& s) {
+    runTriangulation(s, kUniform, true);
+}
+void BM_UniformShuffled(benchmark::State& s) {
+    runTriangulation(s, kUniform, false);
+}
+void BM_ClustersSorted(benchmark::State& s) {
+    runTriangulation(s, kClusters, true);
+}
+void BM_ClustersShuffled(benchmark::State& s) {
+    runTriangulation(s, kClusters, false);
+}
+void BM_GridSorted(benchmark::State& s) {
+    runTriangulation(s, kGrid, true);
+}
+void BM_GridShuffled(benchmark::State& s) {
+    runTriangulation(s, kGrid, false);
+}
+
+BENCHMARK(BM_UniformSorted)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_UniformShuffled)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ClustersSorted)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ClustersShuffled)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GridSorted)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_GridShuffled)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    rytest::usePlainAllocatorThresholds();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
