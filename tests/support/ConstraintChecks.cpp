@@ -1,0 +1,302 @@
+#include "support/ConstraintChecks.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sstream>
+
+#include "mesh/LocalIndex.h"
+#include "mesh/RyTriangulationImpl.h"
+
+namespace rytest {
+
+namespace {
+
+std::string edgeText(const PkMeshEdge& e) {
+    return "(" + std::to_string(e.EdgeIndex1()) + ", " + std::to_string(e.EdgeIndex2()) + ")";
+}
+
+/// Edges of the live real triangles, as a set and as a neighbour list per vertex.
+class MeshEdges {
+public:
+    explicit MeshEdges(const RyTriangulationImpl& mesh) : m(mesh), around(mesh.vertices.size()) {
+        std::vector<char> live(m.triangles.size(), 1);
+        for (int f : m.freeTriangles) {
+            if (f >= 0 && f < int(live.size())) live[std::size_t(f)] = 0;
+        }
+        const int nv = int(m.vertices.size());
+        for (std::size_t t = 0; t < m.triangles.size(); ++t) {
+            const int* v = triVerts(m.triangles[t]);
+            if (!live[t] || v[0] < 0 || v[1] < 0 || v[2] < 0) continue;
+            if (v[0] >= nv || v[1] >= nv || v[2] >= nv) continue;
+            for (int k = 0; k < 3; ++k) {
+                const int a = v[k], b = v[nextLocalIndex(k)];
+                if (edges.insert(PkMeshEdge(a, b)).second) {
+                    around[std::size_t(a)].push_back(b);
+                    around[std::size_t(b)].push_back(a);
+                }
+            }
+        }
+    }
+
+    bool has(const PkMeshEdge& e) const { return edges.count(e) != 0; }
+
+    /// Position of v along a->b (0 at a, 1 at b) and its distance to the line relative to the
+    /// segment's length.
+    void project(int v, int a, int b, double& along, double& off) const {
+        const double* A = vertexXY(m.vertices[std::size_t(a)]);
+        const double* B = vertexXY(m.vertices[std::size_t(b)]);
+        const double* P = vertexXY(m.vertices[std::size_t(v)]);
+        const double dx = B[0] - A[0], dy = B[1] - A[1];
+        const double len2 = dx * dx + dy * dy;
+        const double px = P[0] - A[0], py = P[1] - A[1];
+        along = (px * dx + py * dy) / len2;
+        off = std::fabs(px * dy - py * dx) / len2;
+    }
+
+    bool onSegment(int v, int a, int b, double tol) const {
+        double along, off;
+        project(v, a, b, along, off);
+        return off <= tol && along >= -tol && along <= 1.0 + tol;
+    }
+
+    /// Pieces from a to b along constraint edges of the mesh whose inner vertices lie on the
+    /// segment, each step to the nearest such vertex farther along; empty when stuck.
+    std::vector<PkMeshEdge> path(int a, int b, double tol) const {
+        std::vector<PkMeshEdge> pieces;
+        const int nv = int(m.vertices.size());
+        if (a < 0 || b < 0 || a >= nv || b >= nv || a == b) return pieces;
+        int v = a;
+        double at = 0.0;
+        for (int guard = 0; v != b && guard <= nv; ++guard) {
+            int best = -1;
+            double bestAlong = 2.0;
+            for (int w : around[std::size_t(v)]) {
+                if (m.constraintEdges.count(PkMeshEdge(v, w)) == 0) continue;
+                double along, off;
+                if (w == b) {
+                    along = 1.0;
+                    off = 0.0;
+                } else {
+                    project(w, a, b, along, off);
+                }
+                if (off > tol || along <= at || along > 1.0 + tol) continue;
+                if (along < bestAlong) {
+                    best = w;
+                    bestAlong = along;
+                }
+            }
+            if (best < 0) return {};
+            pieces.push_back(PkMeshEdge(v, best));
+            v = best;
+            at = bestAlong;
+        }
+        if (v != b) return {};
+        return pieces;
+    }
+
+private:
+    const RyTriangulationImpl& m;
+    EdgeSet edges;
+    std::vector<std::vector<int>> around;
+};
+
+}  // namespace
+
+bool vertexOnSegment(
+    const RyTriangulationImpl& mesh, int v, int a, int b, double relativeTolerance) {
+    const int nv = int(mesh.vertices.size());
+    if (v < 0 || a < 0 || b < 0 || v >= nv || a >= nv || b >= nv || a == b) return false;
+    const double* A = vertexXY(mesh.vertices[std::size_t(a)]);
+    const double* B = vertexXY(mesh.vertices[std::size_t(b)]);
+    const double* P = vertexXY(mesh.vertices[std::size_t(v)]);
+    const double dx = B[0] - A[0], dy = B[1] - A[1];
+    const double len2 = dx * dx + dy * dy;
+    const double px = P[0] - A[0], py = P[1] - A[1];
+    const double along = (px * dx + py * dy) / len2;
+    const double off = std::fabs(px * dy - py * dx) / len2;
+    return off <= relativeTolerance && along >= -relativeTolerance &&
+           along <= 1.0 + relativeTolerance;
+}
+
+std::vector<PkMeshEdge> constraintPath(const RyTriangulationImpl& mesh,
+                                       int a,
+                                       int b,
+                                       double relativeTolerance) {
+    return MeshEdges(mesh).path(a, b, relativeTolerance);
+}
+
+std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
+                                                const ConstraintCheckOptions& options) {
+    std::vector<std::string> out;
+    auto add = [&](const std::string& s) {
+        if (out.size() < 200) out.push_back(s);
+    };
+    const MeshEdges edges(mesh);
+    const int nv = int(mesh.vertices.size());
+    const double tol = options.relativeTolerance;
+
+    for (const PkMeshEdge& e : mesh.constraintEdges) {
+        const int a = e.EdgeIndex1(), b = e.EdgeIndex2();
+        if (a < 0 || b >= nv || a == b) {
+            add("constraint edge " + edgeText(e) + " does not join two vertices");
+            continue;
+        }
+        if (!options.allowMissing && !edges.has(e)) {
+            add("constraint edge " + edgeText(e) + " is not an edge of a real triangle");
+        }
+    }
+
+    for (const auto& entry : mesh.constraintRepeats) {
+        if (mesh.constraintEdges.count(entry.first) == 0) {
+            add("repeat count of " + edgeText(entry.first) + " but it is no constraint edge");
+        }
+        if (entry.second < 1) {
+            add("repeat count of " + edgeText(entry.first) + " is " + std::to_string(entry.second));
+        }
+    }
+
+    for (const auto& entry : mesh.constraintOrigins) {
+        const PkMeshEdge& piece = entry.first;
+        const std::vector<PkMeshEdge>& list = entry.second;
+        if (mesh.constraintEdges.count(piece) == 0) {
+            add("origins of " + edgeText(piece) + " but it is no constraint edge");
+        }
+        if (list.empty()) add("empty origin list of " + edgeText(piece));
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            const PkMeshEdge& o = list[i];
+            if (o == piece) add("piece " + edgeText(piece) + " lists itself as its origin");
+            for (std::size_t j = i + 1; j < list.size(); ++j) {
+                if (list[j] == o) {
+                    add("origin " + edgeText(o) + " listed twice for " + edgeText(piece));
+                }
+            }
+            // A piece is part of every longer piece it was cut or split from.
+            const bool inside =
+                vertexOnSegment(mesh, piece.EdgeIndex1(), o.EdgeIndex1(), o.EdgeIndex2(), tol) &&
+                vertexOnSegment(mesh, piece.EdgeIndex2(), o.EdgeIndex1(), o.EdgeIndex2(), tol);
+            if (!inside) {
+                add("piece " + edgeText(piece) + " does not lie on its origin " + edgeText(o));
+            }
+        }
+    }
+
+    auto valid = [&](const PkMeshEdge& s) {
+        return s.EdgeIndex1() >= 0 && s.EdgeIndex2() < nv && s.EdgeIndex1() != s.EdgeIndex2();
+    };
+    for (const PkMeshEdge& s : options.requiredSegments) {
+        if (!valid(s)) continue;  // skipped by the insertion as well
+        if (edges.path(s.EdgeIndex1(), s.EdgeIndex2(), tol).empty()) {
+            add("segment " + edgeText(s) + " is not covered by constraint edges of the mesh");
+        }
+    }
+
+    if (options.inputVertexCount >= 0) {
+        for (int v = options.inputVertexCount; v < nv; ++v) {
+            int on = 0;
+            for (const PkMeshEdge& s : options.inputSegments) {
+                if (valid(s) && vertexOnSegment(mesh, v, s.EdgeIndex1(), s.EdgeIndex2(), tol)) ++on;
+            }
+            if (on < 2) {
+                std::ostringstream text;
+                text.precision(17);
+                const double* p = vertexXY(mesh.vertices[std::size_t(v)]);
+                text << "crossing vertex " << v << " (" << p[0] << ", " << p[1] << ") lies on "
+                     << on << " input segment(s), not two";
+                add(text.str());
+            }
+        }
+    }
+    return out;
+}
+
+namespace {
+__extension__ typedef unsigned __int128 U128;
+}  // namespace
+
+void ExactSum::addShifted(std::uint64_t low, std::uint64_t high, int bit, bool subtract) {
+    const U128 value = (U128(high) << 64) | low;
+    // value < 2^106 spans at most three limbs from limb bit / 64 on.
+    const int first = bit / 64;
+    const int shift = bit % 64;
+    std::uint64_t parts[3];
+    parts[0] = std::uint64_t(value << shift);
+    const U128 upper = shift == 0 ? (value >> 64) : (value >> (64 - shift));
+    parts[1] = std::uint64_t(upper);
+    parts[2] = std::uint64_t(upper >> 64);
+    U128 carry = 0;  // carry (add) or borrow (subtract)
+    for (int i = first; i < kLimbs; ++i) {
+        const std::uint64_t part = i - first < 3 ? parts[i - first] : 0;
+        if (i - first >= 3 && carry == 0) break;
+        const U128 limb = limbs[std::size_t(i)];
+        if (subtract) {
+            const U128 take = (U128)part + carry;
+            carry = take > limb ? 1 : 0;
+            limbs[std::size_t(i)] = std::uint64_t(limb - take);
+        } else {
+            const U128 sum = limb + part + carry;
+            carry = sum >> 64;
+            limbs[std::size_t(i)] = std::uint64_t(sum);
+        }
+    }
+}
+
+void ExactSum::addProduct(double a, double b, int sign) {
+    if (a == 0.0 || b == 0.0) return;
+    int ea = 0, eb = 0;
+    const double fa = std::frexp(a, &ea);  // a = fa * 2^ea, 0.5 <= |fa| < 1
+    const double fb = std::frexp(b, &eb);
+    const std::int64_t ma = std::int64_t(std::ldexp(fa, 53));  // exact: 53 significant bits
+    const std::int64_t mb = std::int64_t(std::ldexp(fb, 53));
+    const bool negative = ((ma < 0) != (mb < 0)) != (sign < 0);
+    const U128 product =
+        (U128)std::uint64_t(ma < 0 ? -ma : ma) * (U128)std::uint64_t(mb < 0 ? -mb : mb);
+    addShifted(
+        std::uint64_t(product), std::uint64_t(product >> 64), ea + eb - 106 + kOrigin, negative);
+}
+
+void ExactSum::addTwiceArea(const double* a, const double* b, const double* c, int sign) {
+    // (b - a) x (c - a) expanded into products of the coordinates themselves, so nothing rounds.
+    addProduct(a[0], b[1], sign);
+    addProduct(a[1], b[0], -sign);
+    addProduct(b[0], c[1], sign);
+    addProduct(b[1], c[0], -sign);
+    addProduct(c[0], a[1], sign);
+    addProduct(c[1], a[0], -sign);
+}
+
+void ExactSum::addTwiceArea(const std::vector<std::array<double, 2>>& ring, int sign) {
+    for (std::size_t i = 0; i < ring.size(); ++i) {
+        const std::array<double, 2>& p = ring[i];
+        const std::array<double, 2>& q = ring[(i + 1) % ring.size()];
+        addProduct(p[0], q[1], sign);
+        addProduct(p[1], q[0], -sign);
+    }
+}
+
+int ExactSum::sign() const {
+    if (limbs[kLimbs - 1] >> 63) return -1;
+    for (std::uint64_t l : limbs) {
+        if (l != 0) return 1;
+    }
+    return 0;
+}
+
+double ExactSum::approximate() const {
+    std::array<std::uint64_t, kLimbs> magnitude = limbs;
+    const bool negative = sign() < 0;
+    if (negative) {  // two's complement negation
+        U128 carry = 1;
+        for (std::uint64_t& l : magnitude) {
+            const U128 v = (U128)std::uint64_t(~l) + carry;
+            l = std::uint64_t(v);
+            carry = v >> 64;
+        }
+    }
+    double value = 0.0;
+    for (int i = kLimbs - 1; i >= 0; --i) {
+        value += std::ldexp(double(magnitude[std::size_t(i)]), 64 * i - kOrigin);
+    }
+    return negative ? -value : value;
+}
+
+}  // namespace rytest
