@@ -6,24 +6,6 @@
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationImpl.h"
 
-int getLocalEdgeIndex(const PkMeshTriangle& t, int a, int b) {
-    const int* v = triVerts(t);
-    for (int k = 0; k < 3; ++k) {
-        const int p = v[k];
-        const int q = v[nextLocalIndex(k)];
-        if ((p == a && q == b) || (p == b && q == a)) return k;
-    }
-    return -1;
-}
-
-int getNeighborAcrossEdge(const PkMeshTriangle& t, int a, int b) {
-    const int* v = triVerts(t);
-    const int* n = triNbrs(t);
-    if (v[0] == a) return v[1] == b ? n[0] : n[2];
-    if (v[0] == b) return v[1] == a ? n[0] : n[2];
-    return n[1];
-}
-
 int RyTriangulationImpl::findDelaunayVertex(int lo, int hi, const std::vector<int>& chain) const {
     int m = lo + 1;
     if (lo + 1 >= hi) return m;

@@ -78,6 +78,9 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
     const PkMeshTriangle old = triangles[std::size_t(t)];
     const int* c = triVerts(old);
     const int* N = triNbrs(old);
+    // Splitting inside or on an edge needs a real triangle; callers locate one, but a bad
+    // caller must not make the writes below index the vertex list with the ghost vertex.
+    if (location != kInGhostTriangle && (c[0] < 0 || c[1] < 0 || c[2] < 0)) return StatusFailed;
 
     if (location == kInTriangle) {
         /*
@@ -162,6 +165,7 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
         const int s = nextLocalIndex(r);
         const int r0 = c[s], r1 = c[nextLocalIndex(s)];
         const int M0 = N[s], M1 = N[nextLocalIndex(s)], M2 = N[prevLocalIndex(s)];
+        if (r0 < 0 || r1 < 0) return StatusFailed;
 
         setTriangle(triangles[std::size_t(t)], r0, r1, p, M0, a, b);
         setTriangle(triangles[std::size_t(a)], p, r1, GhostVertex, t, M1, b);
@@ -268,16 +272,8 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(int p, const Che
     return StatusOk;
 }
 
-void RyTriangulationImpl::flipEdge(int t,
-                                   int u,
-                                   int nPA,
-                                   int nAD,
-                                   int nDC,
-                                   int nCP,
-                                   int p,
-                                   int A,
-                                   int D,
-                                   int C) {
+void RyTriangulationImpl::flipEdge(
+    int t, int u, int nPA, int nAD, int nDC, int nCP, int p, int A, int D, int C) {
     // D is never the ghost vertex: flips happen between two real or two ghost triangles, and a
     // new ghost triangle keeps the ghost vertex at position 2.
     PkMeshTriangle& T = triangles[std::size_t(t)];

@@ -36,7 +36,8 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
     }
     auto isConstraint = [&](int a, int b, int& repeats) {
         if (a < 0 || b < 0 || a >= int(vertices.size()) || b >= int(vertices.size())) return false;
-        if (!s.constraintVertex[std::size_t(a)] || !s.constraintVertex[std::size_t(b)]) return false;
+        if (!s.constraintVertex[std::size_t(a)] || !s.constraintVertex[std::size_t(b)])
+            return false;
         const PkMeshEdge e(a, b);
         if (constraintEdges.count(e) == 0) return false;
         const auto r = constraintRepeats.find(e);
@@ -68,15 +69,21 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
             const PkMeshTriangle& T = triangles[std::size_t(t)];
             const int* v = triVerts(T);
             for (int k = 0; k < 3; ++k) {
-                const PkMeshEdge e(v[nextLocalIndex(k)], v[prevLocalIndex(k)]);
-                const int m = getNeighborAcrossEdge(T, e.EdgeIndex1(), e.EdgeIndex2());
+                // The edge opposite vertex k, smaller index first, and the neighbour across it
+                // by the rule of getNeighborAcrossEdge (neighbour k+1 for a proper triangle).
+                const int p = v[nextLocalIndex(k)];
+                const int q = v[prevLocalIndex(k)];
+                const int lo = p < q ? p : q;
+                const int hi = p < q ? q : p;
+                const int m =
+                    lo == hi ? getNeighborAcrossEdge(T, -1, -1) : getNeighborAcrossEdge(T, lo, hi);
                 if (m < 0 || m >= n || s.depths[std::size_t(m)] <= level) continue;
                 int repeats = 0;
-                if (isConstraint(e.EdgeIndex1(), e.EdgeIndex2(), repeats)) {
+                if (lo != hi && isConstraint(lo, hi, repeats)) {
                     // Levels are capped well below the int range; a crossing count that large
                     // cannot come from a real input.
-                    const long long proposed = std::min<long long>(
-                        (long long)level + 1 + repeats, (long long)UnvisitedDepth - 1);
+                    const long long proposed = std::min<long long>((long long)level + 1 + repeats,
+                                                                   (long long)UnvisitedDepth - 1);
                     if (s.proposal[std::size_t(m)] == 0) s.proposed.push_back(m);
                     s.proposal[std::size_t(m)] = int(proposed);
                 } else {

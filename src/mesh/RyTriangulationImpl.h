@@ -150,9 +150,25 @@ void addOrigin(std::vector<PkMeshEdge>& list, const PkMeshEdge& edge);
 void mergeOrigins(std::vector<PkMeshEdge>& destination, const std::vector<PkMeshEdge>& source);
 /// Local position k of t whose edge (vertex k, vertex k+1) joins a and b (either order); -1 if
 /// none.
-int getLocalEdgeIndex(const PkMeshTriangle& t, int a, int b);
-/// Neighbour of t across the edge {a, b}, by the rule of PkMeshTriangle::getNeighborIndex(a, b).
-int getNeighborAcrossEdge(const PkMeshTriangle& t, int a, int b);
+inline int getLocalEdgeIndex(const PkMeshTriangle& t, int a, int b) {
+    const int* v = triVerts(t);
+    for (int k = 0; k < 3; ++k) {
+        const int p = v[k];
+        const int q = v[k == 2 ? 0 : k + 1];
+        if ((p == a && q == b) || (p == b && q == a)) return k;
+    }
+    return -1;
+}
+
+/// Neighbour of t across the edge {a, b}, by the rule of PkMeshTriangle::getNeighborIndex(a, b):
+/// for two corners a and b, the neighbour across the edge joining them.
+inline int getNeighborAcrossEdge(const PkMeshTriangle& t, int a, int b) {
+    const int* v = triVerts(t);
+    const int* n = triNbrs(t);
+    if (v[0] == a) return v[1] == b ? n[0] : n[2];
+    if (v[0] == b) return v[1] == a ? n[0] : n[2];
+    return n[1];
+}
 
 // Input clean-up (touches only the caller's arrays).
 void deleteDuplicateVertices(std::vector<PkGePoint3d>& points, PkConvert2dVertex plane);
