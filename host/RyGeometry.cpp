@@ -7,13 +7,21 @@ PkGeTol::PkGeTol() : mEqualPoint(1e-10), mEqualVector(1e-10) {}
 PkGeTol::PkGeTol(double equalPoint, double equalVector)
     : mEqualPoint(equalPoint), mEqualVector(equalVector) {}
 
-double PkGeTol::equalPoint() const { return mEqualPoint; }
+double PkGeTol::equalPoint() const {
+    return mEqualPoint;
+}
 
-double PkGeTol::equalVector() const { return mEqualVector; }
+double PkGeTol::equalVector() const {
+    return mEqualVector;
+}
 
-void PkGeTol::setEqualPoint(double value) { mEqualPoint = value; }
+void PkGeTol::setEqualPoint(double value) {
+    mEqualPoint = value;
+}
 
-void PkGeTol::setEqualVector(double value) { mEqualVector = value; }
+void PkGeTol::setEqualVector(double value) {
+    mEqualVector = value;
+}
 
 PkGeTol PkGeContext::gTol;
 

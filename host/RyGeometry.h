@@ -46,4 +46,5 @@ public:
     double z;
 };
 
-static_assert(sizeof(PkGePoint3d) == 3 * sizeof(double), "PkGePoint3d must be three packed doubles");
+static_assert(sizeof(PkGePoint3d) == 3 * sizeof(double),
+              "PkGePoint3d must be three packed doubles");

@@ -87,10 +87,10 @@ public:
 
     /// Delaunay triangulation of the points' x and y, closed by ghost triangles around the hull.
     /// Returns StatusOk, or the first failure: StatusFailed (an x or y that is not finite, or
-    /// non-zero with magnitude outside [2^-200, 2^200]; nothing changed), StatusTooFewPoints, StatusCoincidentVertex (a repeated point),
-    /// StatusLocateFailed (e.g. four or more points on one line), StatusIterationLimit. After a
-    /// failure the vertices inserted so far stay in the mesh. The output list stays empty until
-    /// a finishing call.
+    /// non-zero with magnitude outside [2^-200, 2^200]; nothing changed), StatusTooFewPoints,
+    /// StatusCoincidentVertex (a repeated point), StatusLocateFailed (e.g. four or more points on
+    /// one line), StatusIterationLimit. After a failure the vertices inserted so far stay in the
+    /// mesh. The output list stays empty until a finishing call.
     PkTriangulationStatus delaunayTriangulation(const std::vector<PkGePoint3d>& points);
     /// delaunayTriangulation, then forces each edge (pairs of point indices, in the given order)
     /// into the mesh. Edges with equal, negative or out-of-range indices are skipped. A vertex

@@ -181,7 +181,8 @@ PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
             return StatusConstraintFailed;
         }
         const int* nv = triVerts(triangles[std::size_t(n)]);
-        const int o = (nv[0] != u && nv[0] != w) ? nv[0] : ((nv[1] != u && nv[1] != w) ? nv[1] : nv[2]);
+        const int o =
+            (nv[0] != u && nv[0] != w) ? nv[0] : ((nv[1] != u && nv[1] != w) ? nv[1] : nv[2]);
 
         const PointSide so = side(o);
         if (so == kLeft) {

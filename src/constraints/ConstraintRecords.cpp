@@ -54,7 +54,9 @@ bool RyTriangulationImpl::intersectLines(int a, int b, int u, int w, PkGePoint3d
     return true;
 }
 
-void RyTriangulationImpl::appendVertex(const PkGePoint3d& p) { vertices.emplace_back(p); }
+void RyTriangulationImpl::appendVertex(const PkGePoint3d& p) {
+    vertices.emplace_back(p);
+}
 
 // The new vertex goes onto edge u-w of t and is legalised while u-w is still recorded; the
 // halves u-nv and nv-w touch the new vertex, so the flips (which only touch edges opposite it)

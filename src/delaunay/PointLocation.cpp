@@ -39,8 +39,10 @@ int RyTriangulationImpl::locatePoint(int startVertex, const double* point, Point
                 sides[k] = kLeft;
                 continue;
             }
-            sides[k] = classifyPointSide(
-                point, vertexXY(vertices[std::size_t(a)]), vertexXY(vertices[std::size_t(b)]), band);
+            sides[k] = classifyPointSide(point,
+                                         vertexXY(vertices[std::size_t(a)]),
+                                         vertexXY(vertices[std::size_t(b)]),
+                                         band);
             if (sides[k] == kRight) {
                 crossed = k;
                 break;

@@ -27,16 +27,32 @@ struct PkMeshFields {
 };
 
 /// Short aliases used throughout the library.
-inline int* triVerts(PkMeshTriangle& t) { return PkMeshFields::vertices(t); }
-inline const int* triVerts(const PkMeshTriangle& t) { return PkMeshFields::vertices(t); }
-inline int* triNbrs(PkMeshTriangle& t) { return PkMeshFields::neighbors(t); }
-inline const int* triNbrs(const PkMeshTriangle& t) { return PkMeshFields::neighbors(t); }
+inline int* triVerts(PkMeshTriangle& t) {
+    return PkMeshFields::vertices(t);
+}
+inline const int* triVerts(const PkMeshTriangle& t) {
+    return PkMeshFields::vertices(t);
+}
+inline int* triNbrs(PkMeshTriangle& t) {
+    return PkMeshFields::neighbors(t);
+}
+inline const int* triNbrs(const PkMeshTriangle& t) {
+    return PkMeshFields::neighbors(t);
+}
 /// x then y of a vertex, as the predicates read them.
-inline const double* vertexXY(const PkMeshPoint3d& v) { return &PkMeshFields::point(v).x; }
-inline int& vertexTriangle(PkMeshPoint3d& v) { return PkMeshFields::triangle(v); }
-inline int vertexTriangle(const PkMeshPoint3d& v) { return PkMeshFields::triangle(v); }
+inline const double* vertexXY(const PkMeshPoint3d& v) {
+    return &PkMeshFields::point(v).x;
+}
+inline int& vertexTriangle(PkMeshPoint3d& v) {
+    return PkMeshFields::triangle(v);
+}
+inline int vertexTriangle(const PkMeshPoint3d& v) {
+    return PkMeshFields::triangle(v);
+}
 /// Vertex type (0..7) from flags bits 6..8.
-inline int vertexType(const PkMeshPoint3d& v) { return int((PkMeshFields::flags(v) >> 6) & 7u); }
+inline int vertexType(const PkMeshPoint3d& v) {
+    return int((PkMeshFields::flags(v) >> 6) & 7u);
+}
 
 /// Index of the virtual vertex at infinity shared by all ghost triangles.
 constexpr int GhostVertex = -2;

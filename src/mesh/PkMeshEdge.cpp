@@ -4,7 +4,9 @@ PkMeshEdge::PkMeshEdge() : first(-1), second(-1) {}
 
 PkMeshEdge::PkMeshEdge(const PkMeshEdge& other) : first(other.first), second(other.second) {}
 
-PkMeshEdge::PkMeshEdge(int a, int b) : first(-1), second(-1) { setEdgeIndex(a, b); }
+PkMeshEdge::PkMeshEdge(int a, int b) : first(-1), second(-1) {
+    setEdgeIndex(a, b);
+}
 
 void PkMeshEdge::setEdgeIndex(int a, int b) {
     if (a < b) {
@@ -24,13 +26,19 @@ bool PkMeshEdge::operator==(const PkMeshEdge& other) const {
            (first == other.second && second == other.first);
 }
 
-bool PkMeshEdge::operator!=(const PkMeshEdge& other) const { return !(*this == other); }
+bool PkMeshEdge::operator!=(const PkMeshEdge& other) const {
+    return !(*this == other);
+}
 
 void PkMeshEdge::operator=(const PkMeshEdge& other) {
     first = other.first;
     second = other.second;
 }
 
-int PkMeshEdge::EdgeIndex1() const { return first; }
+int PkMeshEdge::EdgeIndex1() const {
+    return first;
+}
 
-int PkMeshEdge::EdgeIndex2() const { return second; }
+int PkMeshEdge::EdgeIndex2() const {
+    return second;
+}

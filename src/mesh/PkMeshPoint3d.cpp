@@ -20,13 +20,19 @@ PkMeshPoint3d::PkMeshPoint3d(PkGePoint3d p) : flags(0), triangleIndex(-1), point
 PkMeshPoint3d::PkMeshPoint3d(PkGePoint3d p, PkMeshPoint3d::Type& type)
     : flags((std::uint32_t(type) & kTypeMask) << kTypeShift), triangleIndex(-1), point(p) {}
 
-void PkMeshPoint3d::setTriangleIndex(int triangle) { triangleIndex = triangle; }
+void PkMeshPoint3d::setTriangleIndex(int triangle) {
+    triangleIndex = triangle;
+}
 
 PkMeshPoint3d& PkMeshPoint3d::operator=(const PkMeshPoint3d& other) = default;
 
-PkGePoint3d PkMeshPoint3d::getPoint() const { return point; }
+PkGePoint3d PkMeshPoint3d::getPoint() const {
+    return point;
+}
 
-int PkMeshPoint3d::getTriangleIndex() const { return triangleIndex; }
+int PkMeshPoint3d::getTriangleIndex() const {
+    return triangleIndex;
+}
 
 PkMeshPoint3d::Type PkMeshPoint3d::getType() const {
     return PkMeshPoint3d::Type((flags >> kTypeShift) & kTypeMask);

@@ -2,7 +2,9 @@
 
 namespace {
 
-int clampPosition(int k) { return k <= 0 ? 0 : (k >= 2 ? 2 : 1); }
+int clampPosition(int k) {
+    return k <= 0 ? 0 : (k >= 2 ? 2 : 1);
+}
 
 }  // namespace
 
@@ -16,15 +18,25 @@ PkMeshTriangle& PkMeshTriangle::operator=(const PkMeshTriangle& other) = default
 
 PkMeshTriangle& PkMeshTriangle::operator=(PkMeshTriangle&& other) = default;
 
-bool PkMeshTriangle::isGhostTri() { return vertex[0] < 0 || vertex[1] < 0 || vertex[2] < 0; }
+bool PkMeshTriangle::isGhostTri() {
+    return vertex[0] < 0 || vertex[1] < 0 || vertex[2] < 0;
+}
 
-bool PkMeshTriangle::isAux() { return (flags & 1u) != 0; }
+bool PkMeshTriangle::isAux() {
+    return (flags & 1u) != 0;
+}
 
-void PkMeshTriangle::setFlagbAux(bool aux) { flags = aux ? (flags | 1u) : (flags & ~1u); }
+void PkMeshTriangle::setFlagbAux(bool aux) {
+    flags = aux ? (flags | 1u) : (flags & ~1u);
+}
 
-int PkMeshTriangle::getVertexIndexAt(int k) const { return vertex[clampPosition(k)]; }
+int PkMeshTriangle::getVertexIndexAt(int k) const {
+    return vertex[clampPosition(k)];
+}
 
-int PkMeshTriangle::getNeighborIndex(int k) const { return neighbor[clampPosition(k)]; }
+int PkMeshTriangle::getNeighborIndex(int k) const {
+    return neighbor[clampPosition(k)];
+}
 
 void PkMeshTriangle::setVertexIndex(int v0, int v1, int v2) {
     vertex[0] = v0;
@@ -32,7 +44,9 @@ void PkMeshTriangle::setVertexIndex(int v0, int v1, int v2) {
     vertex[2] = v2;
 }
 
-void PkMeshTriangle::setVertexIndexAt(int value, int k) { vertex[clampPosition(k)] = value; }
+void PkMeshTriangle::setVertexIndexAt(int value, int k) {
+    vertex[clampPosition(k)] = value;
+}
 
 void PkMeshTriangle::setNeighborIndex(int n0, int n1, int n2) {
     neighbor[0] = n0;
@@ -40,7 +54,9 @@ void PkMeshTriangle::setNeighborIndex(int n0, int n1, int n2) {
     neighbor[2] = n2;
 }
 
-void PkMeshTriangle::setNeighborIndexAt(int value, int k) { neighbor[clampPosition(k)] = value; }
+void PkMeshTriangle::setNeighborIndexAt(int value, int k) {
+    neighbor[clampPosition(k)] = value;
+}
 
 bool PkMeshTriangle::updateNeighborIndexAt(int newIndex, int oldIndex) {
     for (int& n : neighbor) {
@@ -65,7 +81,9 @@ bool PkMeshTriangle::getOpposedTriangle(int v, int& triangle) const {
     return true;
 }
 
-bool PkMeshTriangle::isContain(int v) { return vertex[0] == v || vertex[1] == v || vertex[2] == v; }
+bool PkMeshTriangle::isContain(int v) {
+    return vertex[0] == v || vertex[1] == v || vertex[2] == v;
+}
 
 int PkMeshTriangle::getNeighborIndex(int a, int b) const {
     if (vertex[0] == a) return vertex[1] == b ? neighbor[0] : neighbor[2];

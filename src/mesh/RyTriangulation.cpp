@@ -7,7 +7,8 @@
 #include "mesh/RyTriangulationImpl.h"
 
 RyTriangulation::RyTriangulation() : impl(new RyTriangulationImpl) {
-    impl->options = RyTriangulationImpl::bSpatialSort | RyTriangulationImpl::bSplitCrossingConstraints;
+    impl->options =
+        RyTriangulationImpl::bSpatialSort | RyTriangulationImpl::bSplitCrossingConstraints;
 }
 
 RyTriangulation::RyTriangulation(int expectedPoints) : impl(nullptr) {
@@ -24,11 +25,14 @@ RyTriangulation::RyTriangulation(int expectedPoints) : impl(nullptr) {
 
 RyTriangulation::RyTriangulation(bool bSpatialSort, bool bSplitCrossingConstraints)
     : impl(new RyTriangulationImpl) {
-    impl->options = (bSpatialSort ? RyTriangulationImpl::bSpatialSort : 0u) |
-                    (bSplitCrossingConstraints ? RyTriangulationImpl::bSplitCrossingConstraints : 0u);
+    impl->options =
+        (bSpatialSort ? RyTriangulationImpl::bSpatialSort : 0u) |
+        (bSplitCrossingConstraints ? RyTriangulationImpl::bSplitCrossingConstraints : 0u);
 }
 
-RyTriangulation::RyTriangulation(const RyTriangulation& other) : impl(nullptr) { *this = other; }
+RyTriangulation::RyTriangulation(const RyTriangulation& other) : impl(nullptr) {
+    *this = other;
+}
 
 RyTriangulation& RyTriangulation::operator=(const RyTriangulation& other) {
     if (this == &other) return *this;
@@ -44,22 +48,25 @@ RyTriangulation::~RyTriangulation() {
     impl = nullptr;
 }
 
-void RyTriangulation::deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
-                                              PkConvert2dVertex& plane,
-                                              PkGeTol& /*tol: equality uses the global tolerance*/) {
+void RyTriangulation::deleteDuplicateVertices(
+    std::vector<PkGePoint3d>& points,
+    PkConvert2dVertex& plane,
+    PkGeTol& /*tol: equality uses the global tolerance*/) {
     if (!impl) return;
     ::deleteDuplicateVertices(points, plane);
 }
 
-void RyTriangulation::deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
-                                              std::vector<PkMeshEdge>& edges,
-                                              PkConvert2dVertex& plane,
-                                              PkGeTol& /*tol: equality uses the global tolerance*/) {
+void RyTriangulation::deleteDuplicateVertices(
+    std::vector<PkGePoint3d>& points,
+    std::vector<PkMeshEdge>& edges,
+    PkConvert2dVertex& plane,
+    PkGeTol& /*tol: equality uses the global tolerance*/) {
     if (!impl) return;
     ::deleteDuplicateVertices(points, edges, plane);
 }
 
-PkTriangulationStatus RyTriangulation::delaunayTriangulation(const std::vector<PkGePoint3d>& points) {
+PkTriangulationStatus RyTriangulation::delaunayTriangulation(
+    const std::vector<PkGePoint3d>& points) {
     if (!impl) return StatusLocateFailed;
     return impl->delaunayTriangulation(points);
 }

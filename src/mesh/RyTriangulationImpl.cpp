@@ -12,7 +12,9 @@ int RyTriangulationImpl::allocateTriangle() {
     return int(triangles.size()) - 1;
 }
 
-void RyTriangulationImpl::appendTriangle(const PkMeshTriangle& t) { triangles.push_back(t); }
+void RyTriangulationImpl::appendTriangle(const PkMeshTriangle& t) {
+    triangles.push_back(t);
+}
 
 void RyTriangulationImpl::reset() {
     triangles.clear();
