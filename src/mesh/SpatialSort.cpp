@@ -44,8 +44,55 @@ void insertionSort(SortKey* lo, SortKey* hi, int axis, double sign) {
 /// comparisons on random coordinates are unpredictable, so avoiding the branch is what pays. The
 /// direction is folded into a sign so that one loop serves both. After too many rounds (many
 /// equal coordinates) it hands over to the library's introselect, which bounds the worst case.
+/// Moves the entries whose signed key is below `pivot` (or not above it, when `orEqual`) to the
+/// front of [lo, hi), branch-free; returns the end of that front part.
+SortKey* partitionBelow(
+    SortKey* lo, SortKey* hi, int axis, double sign, double pivot, bool orEqual) {
+    SortKey* store = lo;
+    for (SortKey* i = lo; i < hi; ++i) {
+        const double key = sign * i->xy[axis];
+        const bool before = orEqual ? key <= pivot : key < pivot;
+        const SortKey tmp = *i;
+        *i = *store;
+        *store = tmp;
+        store += before;
+    }
+    return store;
+}
+
 void selectNth(SortKey* lo, SortKey* nth, SortKey* hi, int axis, bool up) {
     const double sign = up ? 1.0 : -1.0;
+    // Large ranges: bracket the wanted rank between two keys drawn from an evenly spaced sample,
+    // and cut the range into below / between / above in two passes. The wanted entry almost
+    // always falls in the thin middle part, so the range shrinks by about the sample's
+    // resolution per round instead of by half.
+    constexpr int kSample = 256;
+    constexpr int kMargin = 24;
+    while (hi - lo > 4096) {
+        const std::ptrdiff_t m = hi - lo;
+        double sample[kSample];
+        for (int i = 0; i < kSample; ++i) {
+            sample[i] = sign * lo[(m * i) / kSample + m / (2 * kSample)].xy[axis];
+        }
+        std::sort(sample, sample + kSample);
+        const int rank = int(double(nth - lo) / double(m) * kSample);
+        const double low = sample[std::max(rank - kMargin, 0)];
+        const double high = sample[std::min(rank + kMargin, kSample - 1)];
+        SortKey* a = partitionBelow(lo, hi, axis, sign, low, false);
+        if (nth < a) {
+            hi = a;
+            continue;
+        }
+        SortKey* b = partitionBelow(a, hi, axis, sign, high, true);
+        if (nth >= b) {
+            lo = b;
+            continue;
+        }
+        if (low == high) return;  // [a, b) holds one key only: any of its entries is the median
+        lo = a;
+        hi = b;
+        break;
+    }
     int rounds = 0;
     while (hi - lo > 16) {
         if (++rounds > 64) {
