@@ -24,6 +24,28 @@ inline const double* xyOf(const std::vector<PkMeshPoint3d>& vertices, int v) {
     return vertexXY(vertices[std::size_t(v)]);
 }
 
+inline void widenBox(double* lo, double* hi, const double* p) {
+    lo[0] = p[0] < lo[0] ? p[0] : lo[0];
+    lo[1] = p[1] < lo[1] ? p[1] : lo[1];
+    hi[0] = p[0] > hi[0] ? p[0] : hi[0];
+    hi[1] = p[1] > hi[1] ? p[1] : hi[1];
+}
+
+/// Extents are stored as (min x, min y, max x, max y).
+inline void widen(double* extent, const double* p) {
+    widenBox(extent, extent + 2, p);
+}
+
+/// A lower bound of the squared distance, as the search computes it, from q to any point inside
+/// `extent`: rounding is monotone, so no point inside can compute a smaller distance.
+inline double extentDistance(const double* extent, const double* q) {
+    const double dx =
+        extent[0] > q[0] ? extent[0] - q[0] : (q[0] > extent[2] ? q[0] - extent[2] : 0.0);
+    const double dy =
+        extent[1] > q[1] ? extent[1] - q[1] : (q[1] > extent[3] ? q[1] - extent[3] : 0.0);
+    return dx * dx + dy * dy;
+}
+
 }  // namespace
 
 VertexKdTree::VertexKdTree()
@@ -89,43 +111,15 @@ void VertexKdTree::growBox(const double* p) {
 
 // Shrinks the tree box to the points of the root leaf. Before any growth the root is the one
 // full leaf being split; after growth its bucket is empty and only the flag is set.
-void VertexKdTree::fitBox(const std::vector<PkMeshPoint3d>& vertices) {
-    const std::vector<int>& bucket = nodes[std::size_t(root)].bucket;
-    if (!bucket.empty()) {
-        const double* q = xyOf(vertices, bucket.front());
-        boxMin[0] = boxMax[0] = q[0];
-        boxMin[1] = boxMax[1] = q[1];
-        for (int u : bucket) {
-            const double* r = xyOf(vertices, u);
-            boxMin[0] = r[0] < boxMin[0] ? r[0] : boxMin[0];
-            boxMin[1] = r[1] < boxMin[1] ? r[1] : boxMin[1];
-            boxMax[0] = r[0] > boxMax[0] ? r[0] : boxMax[0];
-            boxMax[1] = r[1] > boxMax[1] ? r[1] : boxMax[1];
-        }
+void VertexKdTree::fitBox() {
+    const std::vector<double>& coords = nodes[std::size_t(root)].coords;
+    if (!coords.empty()) {
+        boxMin[0] = boxMax[0] = coords[0];
+        boxMin[1] = boxMax[1] = coords[1];
+        for (std::size_t i = 0; i < coords.size(); i += 2) widenBox(boxMin, boxMax, &coords[i]);
     }
     boxFitted = true;
 }
-
-namespace {
-
-inline void widen(double* extent, const double* p) {
-    extent[0] = p[0] < extent[0] ? p[0] : extent[0];
-    extent[1] = p[1] < extent[1] ? p[1] : extent[1];
-    extent[2] = p[0] > extent[2] ? p[0] : extent[2];
-    extent[3] = p[1] > extent[3] ? p[1] : extent[3];
-}
-
-/// A lower bound of the squared distance, as the search computes it, from q to any point inside
-/// `extent`: rounding is monotone, so no point inside can compute a smaller distance.
-inline double extentDistance(const double* extent, const double* q) {
-    const double dx =
-        extent[0] > q[0] ? extent[0] - q[0] : (q[0] > extent[2] ? q[0] - extent[2] : 0.0);
-    const double dy =
-        extent[1] > q[1] ? extent[1] - q[1] : (q[1] > extent[3] ? q[1] - extent[3] : 0.0);
-    return dx * dx + dy * dy;
-}
-
-}  // namespace
 
 void VertexKdTree::store(int node, int v, const double* p) {
     KdNode& n = nodes[std::size_t(node)];
@@ -136,10 +130,10 @@ void VertexKdTree::store(int node, int v, const double* p) {
 }
 
 void VertexKdTree::insertVertex(int v, const std::vector<PkMeshPoint3d>& vertices) {
-    insertAt(v, xyOf(vertices, v), vertices);
+    insertAt(v, xyOf(vertices, v));
 }
 
-void VertexKdTree::insertAt(int v, const double* p, const std::vector<PkMeshPoint3d>& vertices) {
+void VertexKdTree::insertAt(int v, const double* p) {
     ++pointCount;
     while (!contains(p)) growBox(p);
 
@@ -156,7 +150,7 @@ void VertexKdTree::insertAt(int v, const double* p, const std::vector<PkMeshPoin
                 return;
             }
             if (!boxFitted) {
-                fitBox(vertices);
+                fitBox();
                 // The fit covers the leaf's points only; widen it to p, which is about to be
                 // stored below this box and must lie inside it for later growth to keep it on the
                 // side it was routed to.
@@ -200,35 +194,9 @@ void VertexKdTree::build(const std::vector<int>& indices,
     const double* first = vertexXY(records.front());
     boxMin[0] = boxMax[0] = first[0];
     boxMin[1] = boxMax[1] = first[1];
-    for (const PkMeshPoint3d& r : records) {
-        const double* q = vertexXY(r);
-        boxMin[0] = q[0] < boxMin[0] ? q[0] : boxMin[0];
-        boxMin[1] = q[1] < boxMin[1] ? q[1] : boxMin[1];
-        boxMax[0] = q[0] > boxMax[0] ? q[0] : boxMax[0];
-        boxMax[1] = q[1] > boxMax[1] ? q[1] : boxMax[1];
-    }
-    // A split would read bucket entries by vertex index; build is only given the few vertices of
-    // the first triangle, far below the bucket capacity, so it never splits.
+    for (const PkMeshPoint3d& r : records) widenBox(boxMin, boxMax, vertexXY(r));
     for (std::size_t i = 0; i < indices.size() && i < records.size(); ++i) {
-        ++pointCount;
-        const double* p = vertexXY(records[i]);
-        while (!contains(p)) growBox(p);
-        int node = root;
-        int axis = rootAxis;
-        Box box{{boxMin[0], boxMin[1]}, {boxMax[0], boxMax[1]}};
-        while (nodes[std::size_t(node)].child0 != nodes[std::size_t(node)].child1) {
-            widen(nodes[std::size_t(node)].extent, p);
-            const double mid = splitMid(box, axis);
-            if (mid > p[axis]) {
-                node = nodes[std::size_t(node)].child0;
-                box.hi[axis] = mid;
-            } else {
-                node = nodes[std::size_t(node)].child1;
-                box.lo[axis] = mid;
-            }
-            axis = axis == 0 ? 1 : 0;
-        }
-        store(node, indices[i], p);
+        insertAt(indices[i], vertexXY(records[i]));
     }
 }
 

@@ -67,8 +67,8 @@ public:
 private:
     int newNode();
     void growBox(const double* p);
-    void fitBox(const std::vector<PkMeshPoint3d>& vertices);
+    void fitBox();
     bool contains(const double* p) const;
-    void insertAt(int v, const double* p, const std::vector<PkMeshPoint3d>& vertices);
+    void insertAt(int v, const double* p);
     void store(int node, int v, const double* p);
 };
