@@ -21,11 +21,55 @@ inline bool inSegmentBox(const double* P, const double* A, const double* B) {
            P[1] - std::min(A[1], B[1]) >= -kBoxSlack && P[1] - std::max(A[1], B[1]) <= kBoxSlack;
 }
 
+/// Results of crossingEndVertex besides a vertex index.
+constexpr int kSplitSound = -1;
+constexpr int kSplitRefused = -2;
+
+/// How close to an end of the crossed edge, relative to its length, a crossing point may lie
+/// and still count as that end (a few hundred ulps: far beyond rounding, far below any
+/// visible bend).
+constexpr double kSnapReach = 0x1p-40;
+
 inline int localIndexOf(const int* v, int vertex) {
     return v[0] == vertex ? 0 : (v[1] == vertex ? 1 : 2);
 }
 
 }  // namespace
+
+/// For the crossing point p of the exit edge (u, w) of triangle t (u, w following the pivot at
+/// local position j) with neighbour n beyond it: kSplitSound when splitting u-w at p gives four
+/// (two on the hull) strictly counter-clockwise triangles; otherwise the end u or w when p lies
+/// within rounding of it, or kSplitRefused.
+int RyTriangulationImpl::crossingEndVertex(int t, int j, int n, const PkGePoint3d& p) const {
+    const int* v = triVerts(triangles[std::size_t(t)]);
+    const int pivot = v[j];
+    const int u = v[nextLocalIndex(j)];
+    const int w = v[prevLocalIndex(j)];
+    const double* P = &p.x;
+    const double* U = vertexXY(vertices[std::size_t(u)]);
+    const double* W = vertexXY(vertices[std::size_t(w)]);
+    const double* C = vertexXY(vertices[std::size_t(pivot)]);
+    bool sound = orient2d(C, U, P) > 0 && orient2d(C, P, W) > 0;
+    if (sound && n >= 0 && n < int(triangles.size()) && !isGhost(triangles[std::size_t(n)])) {
+        const int* nv = triVerts(triangles[std::size_t(n)]);
+        const int o =
+            (nv[0] != u && nv[0] != w) ? nv[0] : ((nv[1] != u && nv[1] != w) ? nv[1] : nv[2]);
+        const double* O = vertexXY(vertices[std::size_t(o)]);
+        sound = orient2d(O, W, P) > 0 && orient2d(O, P, U) > 0;
+    }
+    if (sound) return kSplitSound;
+    // Near an end, the flat or turned triangle comes from rounding the crossing; elsewhere
+    // from a sliver next to the crossed edge (a vertex made at an earlier crossing lies within
+    // rounding of its line), where moving the segment onto an end would bend it visibly.
+    auto distance2 = [&](const double* Q) {
+        return (P[0] - Q[0]) * (P[0] - Q[0]) + (P[1] - Q[1]) * (P[1] - Q[1]);
+    };
+    const double du = distance2(U), dw = distance2(W);
+    const double length2 = (U[0] - W[0]) * (U[0] - W[0]) + (U[1] - W[1]) * (U[1] - W[1]);
+    const double reach = kSnapReach * kSnapReach * length2;
+    if (std::min(du, dw) > reach) return kSplitRefused;
+    return du <= dw ? u : w;
+}
 
 PkTriangulationStatus RyTriangulationImpl::delaunayTriangulationWithConstraints(
     const std::vector<PkGePoint3d>& points, const std::vector<PkMeshEdge>& edges) {
@@ -168,6 +212,18 @@ PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
             if (p.isEqualTo(pa, PkGeContext::gTol) || p.isEqualTo(pb, PkGeContext::gTol)) {
                 return StatusConstraintFailed;
             }
+            // The crossing is rounded. Next to an end of the crossed constraint it can land on
+            // that end, or so close that a triangle of the split would be flat or turned over
+            // (decided exactly, so the test does not depend on the scale); the segment then
+            // passes through that end vertex, as it does in exact arithmetic, and the
+            // constraint is left whole.
+            const int end = crossingEndVertex(cur, j, n, p);
+            if (end == kSplitRefused) return StatusConstraintFailed;
+            if (end >= 0) {
+                pendingEdges.push_back(PkMeshEdge(a, end));
+                pendingEdges.push_back(PkMeshEdge(end, b));
+                return StatusOk;
+            }
             const int nv = splitConstraintEdge(PkMeshEdge(u, w), p, cur);
             if (nv < 0) return StatusFailed;
             pendingEdges.push_back(PkMeshEdge(a, nv));
@@ -197,6 +253,10 @@ PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
             crossedTriangles.push_back(n);
             offer(newPivot, o, n);
             pivot = newPivot;
+        } else if (o == a) {
+            // The walk has come round to its own start: only a mesh bent by the tolerance
+            // band (near-flat triangles) allows that. Nothing has changed yet.
+            return StatusConstraintFailed;
         } else {
             e = o;  // a vertex on the segment (b itself at the latest) ends this piece
             crossedTriangles.push_back(n);

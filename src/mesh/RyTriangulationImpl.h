@@ -124,6 +124,7 @@ struct RyTriangulationImpl {
     void recordConstraint(const PkMeshEdge& piece, const PkMeshEdge& origin);
     void recordConstraint(const PkMeshEdge& piece);
     bool intersectLines(int a, int b, int u, int w, PkGePoint3d& p) const;
+    int crossingEndVertex(int t, int j, int n, const PkGePoint3d& p) const;
     int splitConstraintEdge(const PkMeshEdge& edge, const PkGePoint3d& p, int t);
     void appendVertex(const PkGePoint3d& p);
 
