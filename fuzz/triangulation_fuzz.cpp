@@ -320,6 +320,14 @@ bool integerXY(const std::vector<PkGePoint3d>& pts) {
     return true;
 }
 
+/// Integer x and y of magnitude at most 2^20.
+bool smallIntegerXY(const std::vector<PkGePoint3d>& pts) {
+    for (const PkGePoint3d& p : pts) {
+        if (!(std::fabs(p.x) <= 0x1p20 && std::fabs(p.y) <= 0x1p20)) return false;
+    }
+    return integerXY(pts);
+}
+
 bool hasDuplicateXY(const std::vector<PkGePoint3d>& pts) {
     std::set<std::pair<double, double>> seen;
     for (const PkGePoint3d& p : pts) {
@@ -660,9 +668,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             }
         }
     } else if (exact && !lowered && s1 == StatusOk && d.pointTolerance == 1e-10 &&
-               cm->vertices.size() == std::size_t(n) && integerXY(points)) {
-        // Integer input with no crossing vertex yet: no determinant or crossing lies near a
-        // threshold, so a constraint cannot fail.
+               cm->vertices.size() == std::size_t(n) && smallIntegerXY(points)) {
+        // Small integers with no crossing vertex yet: a vertex off a line lies at least 2^-21
+        // from it, so no crossing comes within the 1e-10 of an end that refuses it, and no
+        // determinant lies near a threshold: a constraint cannot fail. (With a far point, a
+        // constraint can pass a vertex closer than 1e-10, and then its crossing counts as that
+        // end: StatusConstraintFailed, as documented.)
         finding("constrained call failed with status " + std::to_string(int(s2)) +
                 " on integer input");
     }

@@ -34,7 +34,43 @@ inline int localIndexOf(const int* v, int vertex) {
     return v[0] == vertex ? 0 : (v[1] == vertex ? 1 : 2);
 }
 
+/// Copies of the triangle slots and vertex links that re-triangulating a cavity overwrites.
+class CavityBackup {
+public:
+    void saveTriangle(const RyTriangulationImpl& mesh, int t) {
+        triangles.emplace_back(t, mesh.triangles[std::size_t(t)]);
+    }
+    void saveVertex(const RyTriangulationImpl& mesh, int v) {
+        vertices.emplace_back(v, vertexTriangle(mesh.vertices[std::size_t(v)]));
+    }
+    /// Restores in reverse order, so the first copy of a slot saved twice wins.
+    void restore(RyTriangulationImpl& mesh) const {
+        for (auto it = triangles.rbegin(); it != triangles.rend(); ++it) {
+            mesh.triangles[std::size_t(it->first)] = it->second;
+        }
+        for (auto it = vertices.rbegin(); it != vertices.rend(); ++it) {
+            vertexTriangle(mesh.vertices[std::size_t(it->first)]) = it->second;
+        }
+    }
+
+private:
+    std::vector<std::pair<int, PkMeshTriangle>> triangles;
+    std::vector<std::pair<int, int>> vertices;
+};
+
 }  // namespace
+
+bool RyTriangulationImpl::allCounterClockwise(const std::vector<int>& slots) const {
+    for (int t : slots) {
+        const int* v = triVerts(triangles[std::size_t(t)]);
+        if (!(orient2d(vertexXY(vertices[std::size_t(v[0])]),
+                       vertexXY(vertices[std::size_t(v[1])]),
+                       vertexXY(vertices[std::size_t(v[2])])) > 0)) {
+            return false;
+        }
+    }
+    return true;
+}
 
 /// For the crossing point p of the exit edge (u, w) of triangle t (u, w following the pivot at
 /// local position j) with neighbour n beyond it: kSplitSound when splitting u-w at p gives four
@@ -283,12 +319,31 @@ PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
         }
     }
 
+    // Everything the re-triangulation writes: the crossed slots, the links of the triangles
+    // around the cavity, the triangle index of each chain vertex. Kept so that a result that is
+    // not a sound mesh can be undone.
+    CavityBackup backup;
+    for (int crossed : crossedTriangles) backup.saveTriangle(*this, crossed);
+    for (const auto& entry : boundaryNeighbours) {
+        if (entry.second >= 0) backup.saveTriangle(*this, entry.second);
+    }
+    for (const std::vector<int>* chain : {&leftChain, &rightChain}) {
+        for (int vertex : *chain) backup.saveVertex(*this, vertex);
+    }
+    const std::size_t freeCount = freeTriangles.size();
+
     for (int crossed : crossedTriangles) freeTriangles.push_back(crossed);
     std::reverse(rightChain.begin(), rightChain.end());
     const int t1 = allocateTriangle();
     const int t2 = allocateTriangle();
+    // Chains of k crossed triangles hold k + 4 entries, so exactly the k released slots are
+    // taken again. With a band that blurs the in-circle test (tiny spacings) the choice of the
+    // third vertex can fold a non-convex side; such a piece is undone and refused.
     if (!triangulatePseudoPolygon(leftChain, boundaryNeighbours, t1, t2) ||
-        !triangulatePseudoPolygon(rightChain, boundaryNeighbours, t2, t1)) {
+        !triangulatePseudoPolygon(rightChain, boundaryNeighbours, t2, t1) ||
+        !allCounterClockwise(crossedTriangles)) {
+        backup.restore(*this);
+        freeTriangles.resize(freeCount);
         return StatusConstraintFailed;
     }
 

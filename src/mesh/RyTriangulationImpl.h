@@ -125,6 +125,7 @@ struct RyTriangulationImpl {
     void recordConstraint(const PkMeshEdge& piece);
     bool intersectLines(int a, int b, int u, int w, PkGePoint3d& p) const;
     int crossingEndVertex(int t, int j, int n, const PkGePoint3d& p) const;
+    bool allCounterClockwise(const std::vector<int>& slots) const;
     int splitConstraintEdge(const PkMeshEdge& edge, const PkGePoint3d& p, int t);
     void appendVertex(const PkGePoint3d& p);
 
