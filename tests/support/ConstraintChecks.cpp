@@ -11,6 +11,26 @@ namespace rytest {
 
 namespace {
 
+/// Projects P onto the segment A-B: `along` (0 at A, 1 at B) and `off` (distance to the line),
+/// relative to the segment's length. `slack` is the rounding of positions made at crossings (a
+/// few hundred ulps of the coordinates) relative to that length: a piece of a few ulps between
+/// two crossing vertices cannot be held to a tolerance relative to itself.
+void projectOnSegment(
+    const double* A, const double* B, const double* P, double& along, double& off, double& slack) {
+    const double dx = B[0] - A[0], dy = B[1] - A[1];
+    const double len2 = dx * dx + dy * dy;
+    const double px = P[0] - A[0], py = P[1] - A[1];
+    along = (px * dx + py * dy) / len2;
+    off = std::fabs(px * dy - py * dx) / len2;
+    const double magnitude = std::max({std::fabs(A[0]),
+                                       std::fabs(A[1]),
+                                       std::fabs(B[0]),
+                                       std::fabs(B[1]),
+                                       std::fabs(P[0]),
+                                       std::fabs(P[1])});
+    slack = 0x1p-40 * magnitude / std::sqrt(len2);
+}
+
 std::string edgeText(const PkMeshEdge& e) {
     return "(" + std::to_string(e.EdgeIndex1()) + ", " + std::to_string(e.EdgeIndex2()) + ")";
 }
@@ -40,23 +60,15 @@ public:
 
     bool has(const PkMeshEdge& e) const { return edges.count(e) != 0; }
 
-    /// Position of v along a->b (0 at a, 1 at b) and its distance to the line relative to the
-    /// segment's length.
-    void project(int v, int a, int b, double& along, double& off) const {
-        const double* A = vertexXY(m.vertices[std::size_t(a)]);
-        const double* B = vertexXY(m.vertices[std::size_t(b)]);
-        const double* P = vertexXY(m.vertices[std::size_t(v)]);
-        const double dx = B[0] - A[0], dy = B[1] - A[1];
-        const double len2 = dx * dx + dy * dy;
-        const double px = P[0] - A[0], py = P[1] - A[1];
-        along = (px * dx + py * dy) / len2;
-        off = std::fabs(px * dy - py * dx) / len2;
-    }
-
-    bool onSegment(int v, int a, int b, double tol) const {
-        double along, off;
-        project(v, a, b, along, off);
-        return off <= tol && along >= -tol && along <= 1.0 + tol;
+    /// Position of v along a->b (0 at a, 1 at b), its distance to the line and the rounding
+    /// slack, all relative to the segment's length.
+    void project(int v, int a, int b, double& along, double& off, double& slack) const {
+        projectOnSegment(vertexXY(m.vertices[std::size_t(a)]),
+                         vertexXY(m.vertices[std::size_t(b)]),
+                         vertexXY(m.vertices[std::size_t(v)]),
+                         along,
+                         off,
+                         slack);
     }
 
     /// Pieces from a to b along constraint edges of the mesh whose inner vertices lie on the
@@ -72,14 +84,9 @@ public:
             double bestAlong = 2.0;
             for (int w : around[std::size_t(v)]) {
                 if (m.constraintEdges.count(PkMeshEdge(v, w)) == 0) continue;
-                double along, off;
-                if (w == b) {
-                    along = 1.0;
-                    off = 0.0;
-                } else {
-                    project(w, a, b, along, off);
-                }
-                if (off > tol || along <= at || along > 1.0 + tol) continue;
+                double along = 1.0, off = 0.0, slack = 0.0;
+                if (w != b) project(w, a, b, along, off, slack);
+                if (off > tol + slack || along <= at || along > 1.0 + tol + slack) continue;
                 if (along < bestAlong) {
                     best = w;
                     bestAlong = along;
@@ -106,16 +113,15 @@ bool vertexOnSegment(
     const RyTriangulationImpl& mesh, int v, int a, int b, double relativeTolerance) {
     const int nv = int(mesh.vertices.size());
     if (v < 0 || a < 0 || b < 0 || v >= nv || a >= nv || b >= nv || a == b) return false;
-    const double* A = vertexXY(mesh.vertices[std::size_t(a)]);
-    const double* B = vertexXY(mesh.vertices[std::size_t(b)]);
-    const double* P = vertexXY(mesh.vertices[std::size_t(v)]);
-    const double dx = B[0] - A[0], dy = B[1] - A[1];
-    const double len2 = dx * dx + dy * dy;
-    const double px = P[0] - A[0], py = P[1] - A[1];
-    const double along = (px * dx + py * dy) / len2;
-    const double off = std::fabs(px * dy - py * dx) / len2;
-    return off <= relativeTolerance && along >= -relativeTolerance &&
-           along <= 1.0 + relativeTolerance;
+    double along, off, slack;
+    projectOnSegment(vertexXY(mesh.vertices[std::size_t(a)]),
+                     vertexXY(mesh.vertices[std::size_t(b)]),
+                     vertexXY(mesh.vertices[std::size_t(v)]),
+                     along,
+                     off,
+                     slack);
+    const double tol = relativeTolerance + slack;
+    return off <= tol && along >= -tol && along <= 1.0 + tol;
 }
 
 std::vector<PkMeshEdge> constraintPath(const RyTriangulationImpl& mesh,
