@@ -6,6 +6,7 @@
 // The walk only collects: the mesh changes after it has finished, so a walk that fails leaves
 // the mesh as it was.
 #include <algorithm>
+#include <cmath>
 
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationImpl.h"
@@ -25,9 +26,9 @@ inline bool inSegmentBox(const double* P, const double* A, const double* B) {
 constexpr int kSplitSound = -1;
 constexpr int kSplitRefused = -2;
 
-/// How close to an end of the crossed edge, relative to its length, a crossing point may lie
-/// and still count as that end (a few hundred ulps: far beyond rounding, far below any
-/// visible bend).
+/// How close to an end of the crossed edge, relative to the crossing's own coordinates, a
+/// crossing point may lie and still count as that end: a few thousand ulps, far beyond the
+/// rounding of a well-conditioned crossing and far below any visible bend.
 constexpr double kSnapReach = 0x1p-40;
 
 inline int localIndexOf(const int* v, int vertex) {
@@ -101,8 +102,8 @@ int RyTriangulationImpl::crossingEndVertex(int t, int j, int n, const PkGePoint3
         return (P[0] - Q[0]) * (P[0] - Q[0]) + (P[1] - Q[1]) * (P[1] - Q[1]);
     };
     const double du = distance2(U), dw = distance2(W);
-    const double length2 = (U[0] - W[0]) * (U[0] - W[0]) + (U[1] - W[1]) * (U[1] - W[1]);
-    const double reach = kSnapReach * kSnapReach * length2;
+    const double scale = std::max(std::fabs(P[0]), std::fabs(P[1]));
+    const double reach = (kSnapReach * scale) * (kSnapReach * scale);
     if (std::min(du, dw) > reach) return kSplitRefused;
     return du <= dw ? u : w;
 }
