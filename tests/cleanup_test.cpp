@@ -3,8 +3,7 @@
 // The main oracle is a plain implementation of the rules (stable sort, merge against the most
 // recently kept point, renumbering by a full scan from the start of the merged list), compared
 // with the library on random inputs full of near-coincident points and chains, under several
-// global tolerances. The allocation hook below replaces the global operator new of this
-// executable so that a test can make the N-th allocation throw.
+// global tolerances. The support library's allocation budget makes the N-th allocation throw.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,59 +20,7 @@
 
 #include "RyTriangulation.h"
 #include "mesh/RyTriangulationImpl.h"
-
-// ---- allocation hook --------------------------------------------------------
-
-namespace {
-
-/// Allocations still allowed before operator new throws; negative means no limit.
-long gAllocationsLeft = -1;
-
-void* hookedAllocate(std::size_t size) {
-    if (gAllocationsLeft == 0) throw std::bad_alloc();
-    if (gAllocationsLeft > 0) --gAllocationsLeft;
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-
-}  // namespace
-
-// Every replaceable form that pairs with the deletes below, so that no pointer from another
-// allocator reaches std::free (the nothrow form serves std::stable_sort's buffer).
-void* operator new(std::size_t size) {
-    return hookedAllocate(size);
-}
-void* operator new[](std::size_t size) {
-    return hookedAllocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return hookedAllocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
+#include "support/AllocationBudget.h"
 
 namespace {
 
@@ -661,20 +608,10 @@ TEST(CleanupPublicApi, CallerToleranceIsNotReadTheGlobalOneIs) {
 /// failure `unchanged` must hold. Returns the number of failures seen.
 template <class Run, class Check>
 int failAllocationsUntilSuccess(Run run, Check unchanged) {
-    for (long n = 0; n < 1000; ++n) {
-        bool threw = false;
-        gAllocationsLeft = n;
-        try {
-            run();
-        } catch (const std::bad_alloc&) {
-            threw = true;
-        }
-        gAllocationsLeft = -1;
-        if (!threw) return int(n);
-        EXPECT_TRUE(unchanged()) << "after a failure at allocation " << n;
-    }
-    ADD_FAILURE() << "never succeeded";
-    return -1;
+    const int failures = rytest::sweepAllocationBudgets(
+        run, [&](int n) { EXPECT_TRUE(unchanged()) << "after a failure at allocation " << n; });
+    EXPECT_GE(failures, 0) << "never succeeded";
+    return failures;
 }
 
 TEST(CleanupOutOfMemory, CallerArraysAreUnchangedAfterEveryAllocationFailure) {

@@ -24,105 +24,9 @@
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
+#include "support/AllocationBudget.h"
 #include "support/ConstraintChecks.h"
 #include "support/MeshValidator.h"
-
-// --- allocation budget -------------------------------------------------------------------------
-namespace {
-
-/// Allocations still allowed; negative means unlimited.
-std::atomic<long> gAllocationBudget{-1};
-
-bool allocationAllowed() {
-    long left = gAllocationBudget.load(std::memory_order_relaxed);
-    while (left >= 0) {
-        if (left == 0) return false;
-        if (gAllocationBudget.compare_exchange_weak(left, left - 1)) return true;
-    }
-    return true;
-}
-
-void* allocate(std::size_t size) {
-    if (!allocationAllowed()) throw std::bad_alloc();
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-
-void* allocateAligned(std::size_t size, std::align_val_t align) {
-    if (!allocationAllowed()) throw std::bad_alloc();
-    const std::size_t a = std::max(std::size_t(align), sizeof(void*));
-    void* p = nullptr;
-    if (posix_memalign(&p, a, size ? size : 1) != 0) throw std::bad_alloc();
-    return p;
-}
-
-/// Limits the allocations of the enclosing scope to `budget`.
-class AllocationBudget {
-public:
-    explicit AllocationBudget(long budget) { gAllocationBudget = budget; }
-    ~AllocationBudget() { gAllocationBudget = -1; }
-    AllocationBudget(const AllocationBudget&) = delete;
-    AllocationBudget& operator=(const AllocationBudget&) = delete;
-};
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocate(size);
-}
-void* operator new[](std::size_t size) {
-    return allocate(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void* operator new(std::size_t size, std::align_val_t align) {
-    return allocateAligned(size, align);
-}
-void* operator new[](std::size_t size, std::align_val_t align) {
-    return allocateAligned(size, align);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept {
-    std::free(p);
-}
 
 namespace {
 
@@ -454,26 +358,11 @@ TEST(Reservation, ImpossibleCountsThrowLengthError) {
 
 // --- running out of memory ---------------------------------------------------------------------
 
-/// Runs `call` with budgets 0, 1, 2, ... until it no longer throws; after every bad_alloc runs
-/// `after`. Returns how many budgets failed.
+/// rytest::sweepAllocationBudgets, failing the test when the call never succeeds.
 template <class Call, class After>
-int sweepBudgets(Call call, After after, int limit = 100000) {
-    int failures = 0;
-    for (int budget = 0; budget < limit; ++budget) {
-        bool threw = false;
-        {
-            AllocationBudget scope(budget);
-            try {
-                call();
-            } catch (const std::bad_alloc&) {
-                threw = true;
-            }
-        }
-        if (!threw) return failures;
-        ++failures;
-        after(budget);
-    }
-    ADD_FAILURE() << "still failing after " << limit << " allocations";
+int sweepBudgets(Call call, After after) {
+    const int failures = rytest::sweepAllocationBudgets(call, after);
+    EXPECT_GE(failures, 0) << "still failing with every budget tried";
     return failures;
 }
 
@@ -550,7 +439,7 @@ TEST(OutOfMemory, FinishingAndCleanUpLeaveAUsableObject) {
     // A finishing call that ran out keeps what it appended; the object still works.
     bool threw = false;
     {
-        AllocationBudget scope(1);
+        rytest::AllocationBudget scope(1);
         try {
             t.deleteOuterTrianglesAndHoles();
         } catch (const std::bad_alloc&) {
