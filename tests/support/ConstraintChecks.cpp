@@ -11,23 +11,32 @@ namespace rytest {
 
 namespace {
 
+/// Largest |x| or |y| of the mesh's vertices.
+double coordinateMagnitude(const RyTriangulationImpl& mesh) {
+    double magnitude = 0.0;
+    for (const PkMeshPoint3d& v : mesh.vertices) {
+        magnitude = std::max({magnitude, std::fabs(vertexXY(v)[0]), std::fabs(vertexXY(v)[1])});
+    }
+    return magnitude;
+}
+
 /// Projects P onto the segment A-B: `along` (0 at A, 1 at B) and `off` (distance to the line),
-/// relative to the segment's length. `slack` is the rounding of positions made at crossings (a
-/// few hundred ulps of the coordinates) relative to that length: a piece of a few ulps between
-/// two crossing vertices cannot be held to a tolerance relative to itself.
-void projectOnSegment(
-    const double* A, const double* B, const double* P, double& along, double& off, double& slack) {
+/// relative to the segment's length. `slack` is the rounding of positions made at crossings,
+/// relative to that length: a crossing is computed from the ends of the segments that cross,
+/// which may lie far away, so its rounding is a few thousand ulps of the mesh's largest
+/// coordinate `magnitude`, however short the piece it ends.
+void projectOnSegment(const double* A,
+                      const double* B,
+                      const double* P,
+                      double magnitude,
+                      double& along,
+                      double& off,
+                      double& slack) {
     const double dx = B[0] - A[0], dy = B[1] - A[1];
     const double len2 = dx * dx + dy * dy;
     const double px = P[0] - A[0], py = P[1] - A[1];
     along = (px * dx + py * dy) / len2;
     off = std::fabs(px * dy - py * dx) / len2;
-    const double magnitude = std::max({std::fabs(A[0]),
-                                       std::fabs(A[1]),
-                                       std::fabs(B[0]),
-                                       std::fabs(B[1]),
-                                       std::fabs(P[0]),
-                                       std::fabs(P[1])});
     slack = 0x1p-40 * magnitude / std::sqrt(len2);
 }
 
@@ -38,7 +47,8 @@ std::string edgeText(const PkMeshEdge& e) {
 /// Edges of the live real triangles, as a set and as a neighbour list per vertex.
 class MeshEdges {
 public:
-    explicit MeshEdges(const RyTriangulationImpl& mesh) : m(mesh), around(mesh.vertices.size()) {
+    explicit MeshEdges(const RyTriangulationImpl& mesh)
+        : m(mesh), magnitude(coordinateMagnitude(mesh)), around(mesh.vertices.size()) {
         std::vector<char> live(m.triangles.size(), 1);
         for (int f : m.freeTriangles) {
             if (f >= 0 && f < int(live.size())) live[std::size_t(f)] = 0;
@@ -66,6 +76,7 @@ public:
         projectOnSegment(vertexXY(m.vertices[std::size_t(a)]),
                          vertexXY(m.vertices[std::size_t(b)]),
                          vertexXY(m.vertices[std::size_t(v)]),
+                         magnitude,
                          along,
                          off,
                          slack);
@@ -103,6 +114,7 @@ public:
 
 private:
     const RyTriangulationImpl& m;
+    double magnitude;
     EdgeSet edges;
     std::vector<std::vector<int>> around;
 };
@@ -117,6 +129,7 @@ bool vertexOnSegment(
     projectOnSegment(vertexXY(mesh.vertices[std::size_t(a)]),
                      vertexXY(mesh.vertices[std::size_t(b)]),
                      vertexXY(mesh.vertices[std::size_t(v)]),
+                     coordinateMagnitude(mesh),
                      along,
                      off,
                      slack);
