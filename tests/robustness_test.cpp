@@ -844,4 +844,42 @@ TEST(Regression, AWideBandNeverFoldsTheMeshAroundAConstraint) {
     expectUsable(t, "after refused pieces");
 }
 
+TEST(Regression, ABandFoldedInsertionIsNeverFlippedIntoBrokenLinks) {
+    // A 16 by 4 integer grid, one point 7 ulps below its row and a point far to the right on
+    // the row above: the far point makes sliver triangles along the row, and the default band
+    // then puts the next row point "on" a sliver's short edge although it lies beyond its end,
+    // which folds a triangle. The flips that followed took a vertex down to two triangles and
+    // wrapped triangles around it: neighbour links no longer matched. Such a flip, which an
+    // exact Lawson flip never needs, is now skipped; the fold itself is the band's doing.
+    Points points;
+    for (int c = 0; c < 16; ++c) {
+        for (int r = 0; r < 4; ++r) points.emplace_back(c - 2, r - 1, 0);
+    }
+    double& nudged = points[59].y;  // (12, 2)
+    for (int k = 0; k < 7; ++k) nudged = std::nextafter(nudged, 0.0);
+    points.emplace_back(0x1p53 + 2, 3, 0);
+    for (bool sort : {true, false}) {
+        SCOPED_TRACE(sort ? "sorted" : "shuffled");
+        RyTriangulation t(sort, true);
+        std::srand(0);
+        ASSERT_EQ(t.delaunayTriangulation(points), StatusOk);
+        std::vector<std::string> broken;
+        for (const std::string& v : validateMesh(record(t), MeshValidatorOptions{})) {
+            const bool geometric = v.find("counter-clockwise") != std::string::npos ||
+                                   v.find("zero area") != std::string::npos ||
+                                   v.find("locally Delaunay") != std::string::npos ||
+                                   v.find("reflex") != std::string::npos;
+            if (!geometric) broken.push_back(v);
+        }
+        EXPECT_TRUE(broken.empty()) << formatViolations(broken);
+        // With band 0 the same points give a sound Delaunay mesh.
+        RyTriangulation exact(sort, true);
+        exact.setCDTTolerence(0.0);
+        std::srand(0);
+        ASSERT_EQ(exact.delaunayTriangulation(points), StatusOk);
+        RY_EXPECT_VALID_MESH(record(exact), MeshValidatorOptions{});
+        expectUsable(t, "after a folded insertion");
+    }
+}
+
 }  // namespace

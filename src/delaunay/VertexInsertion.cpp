@@ -261,6 +261,12 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(int p, const Che
                                                     vertexXY(vertices[std::size_t(D)]),
                                                     vertexXY(vertices[std::size_t(C)]),
                                                     band) == kInsideCircle;
+            // The band can put a vertex on an edge that it only lies near (beyond its end),
+            // which folds the triangles there. A flip that would leave A or C with two
+            // triangles (its third one borders both flipped triangles) wraps triangles around
+            // that vertex and breaks the links; an exact Lawson flip never meets one, as its
+            // quadrilateral is convex.
+            if (flip && (nPA == nAD || nDC == nCP || D == p)) flip = false;
         }
         if (flip) {
             flipEdge(t, u, nPA, nAD, nDC, nCP, p, A, D, C);
