@@ -64,6 +64,7 @@ private:
 bool RyTriangulationImpl::allCounterClockwise(const std::vector<int>& slots) const {
     for (int t : slots) {
         const int* v = triVerts(triangles[std::size_t(t)]);
+        if (v[0] < 0 || v[1] < 0 || v[2] < 0) return false;  // chains never hold the ghost vertex
         if (!(orient2d(vertexXY(vertices[std::size_t(v[0])]),
                        vertexXY(vertices[std::size_t(v[1])]),
                        vertexXY(vertices[std::size_t(v[2])])) > 0)) {
