@@ -789,6 +789,77 @@ TEST(InCircle, SwappingTwoPointsNegates) {
 
 #endif  // RY_HAVE_GMP
 
+#if defined(__SSE2__)
+// The vector stage A must be the portable one, bit for bit: its value (not only its sign) feeds
+// the tolerance bands, so builds with and without it must classify alike.
+std::uint64_t bitsOf(double v) {
+    std::uint64_t u;
+    std::memcpy(&u, &v, sizeof u);
+    return u;
+}
+
+/// Equal bits, or both NaN (the payload may differ).
+void expectSameDouble(double vector, double portable, const std::string& what) {
+    if (std::isnan(portable)) {
+        EXPECT_TRUE(std::isnan(vector)) << what;
+    } else {
+        EXPECT_EQ(bitsOf(vector), bitsOf(portable)) << what << ": " << vector << " vs " << portable;
+    }
+}
+
+/// Points that reach every floating-point corner the stage-A code can meet.
+const Pt kOddPoints[] = {{std::numeric_limits<double>::infinity(), 0.0},
+                         {-std::numeric_limits<double>::infinity(), 1.0},
+                         {std::numeric_limits<double>::quiet_NaN(), 2.0},
+                         {0.0, -0.0},
+                         {1e300, 1e-300},
+                         {-1e-310, 5e-324}};
+
+TEST(StageA, VectorOrientIsBitIdenticalToPortable) {
+    std::vector<Tri> cases = randomTriangles(91, 4000, 0.0, 1.0);
+    for (const auto& more : {randomTriangles(92, 2000, -1e9, 2e9),
+                             nearlyCollinear(93, 2000, 1e6, 1.0),
+                             exactlyCollinear(94, 1000, 1e12, 1e3),
+                             perturbedCollinear(95, 1000, 1.0, 1e-8)})
+        cases.insert(cases.end(), more.begin(), more.end());
+    for (const Pt& p : kOddPoints) {
+        cases.push_back({p, {1.0, 0.0}, {0.0, 1.0}});
+        cases.push_back({{1.0, 0.0}, {0.0, 1.0}, p});
+    }
+    for (const Tri& t : cases) {
+        double sumV = 0.0, sumP = 0.0;
+        const double v = orient2dStageAVector(t.a.data(), t.b.data(), t.c.data(), sumV);
+        const double p = orient2dStageAPortable(t.a.data(), t.b.data(), t.c.data(), sumP);
+        expectSameDouble(v, p, show(t));
+        expectSameDouble(sumV, sumP, show(t));
+    }
+}
+
+TEST(StageA, VectorInCircleIsBitIdenticalToPortable) {
+    std::vector<Quad> cases = randomQuads(81, 4000, 0.0, 1.0);
+    for (const auto& more : {randomQuads(82, 2000, -1e9, 2e9),
+                             randomQuads(83, 2000, 1e12, 1e-3),
+                             nearlyCocircular(84, 2000, 1e6, 1.0),
+                             roundedCircle(85, 1000, {3.0, -7.0}, 1e-5),
+                             mixedScaleRectangles(86, 2000),
+                             exactlyCocircular(87, 500, 1e12, 1e3)})
+        cases.insert(cases.end(), more.begin(), more.end());
+    for (const Pt& p : kOddPoints) {
+        cases.push_back({p, {1.0, 0.0}, {0.0, 1.0}, {0.25, 0.5}});
+        cases.push_back({{1.0, 0.0}, {0.0, 1.0}, {0.25, 0.5}, p});
+    }
+    for (const Quad& s : cases) {
+        double permV = 0.0, permP = 0.0;
+        const double v =
+            incircleStageAVector(s.a.data(), s.b.data(), s.c.data(), s.d.data(), permV);
+        const double p =
+            incircleStageAPortable(s.a.data(), s.b.data(), s.c.data(), s.d.data(), permP);
+        expectSameDouble(v, p, show(s));
+        expectSameDouble(permV, permP, show(s));
+    }
+}
+#endif
+
 // --- classifications ------------------------------------------------------------------------
 
 TEST(ClassifyPointSide, ToleranceBandIsOnTwiceTheArea) {

@@ -18,6 +18,10 @@
 #include <cmath>
 #include <cstdint>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #if defined(__GNUC__)
 #define RY_PRED_INLINE __attribute__((always_inline)) inline
 #define RY_PRED_NOINLINE __attribute__((noinline))
@@ -177,23 +181,58 @@ extern template double incircleSlow<NoStageStats>(
 extern template double incircleSlow<StageCounter>(
     const double*, const double*, const double*, const double*, double, StageCounter);
 
-/// Stage A of orient2d.
-template <class Stats>
-RY_PRED_INLINE double orient2dAdaptive(const double* pa,
-                                       const double* pb,
-                                       const double* pc,
-                                       Stats stats) {
+/// Stage A of orient2d, portable form: the determinant in plain floating point, and in `detsum`
+/// |detleft + detright|, the magnitude its rounding error is bounded by.
+RY_PRED_INLINE double orient2dStageAPortable(const double* pa,
+                                             const double* pb,
+                                             const double* pc,
+                                             double& detsum) {
     const double acx = pa[0] - pc[0];
     const double bcx = pb[0] - pc[0];
     const double acy = pa[1] - pc[1];
     const double bcy = pb[1] - pc[1];
     const double detleft = acx * bcy;
     const double detright = acy * bcx;
-    const double det = detleft - detright;
+    detsum = std::fabs(detleft + detright);
+    return detleft - detright;
+}
+
+#if defined(__SSE2__)
+/// Clears the sign bits: fabs in both lanes.
+RY_PRED_INLINE __m128d absPd(__m128d v) {
+    return _mm_and_pd(v, _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL)));
+}
+
+/// The same operations as orient2dStageAPortable, paired; bit-identical results.
+RY_PRED_INLINE double orient2dStageAVector(const double* pa,
+                                           const double* pb,
+                                           const double* pc,
+                                           double& detsum) {
+    const __m128d c = _mm_loadu_pd(pc);
+    const __m128d ac = _mm_sub_pd(_mm_loadu_pd(pa), c);              // (acx, acy)
+    const __m128d bc = _mm_sub_pd(_mm_loadu_pd(pb), c);              // (bcx, bcy)
+    const __m128d prod = _mm_mul_pd(ac, _mm_shuffle_pd(bc, bc, 1));  // (detleft, detright)
+    const __m128d right = _mm_unpackhi_pd(prod, prod);
+    detsum = _mm_cvtsd_f64(absPd(_mm_add_sd(prod, right)));
+    return _mm_cvtsd_f64(_mm_sub_sd(prod, right));
+}
+#endif
+
+/// Stage A of orient2d.
+template <class Stats>
+RY_PRED_INLINE double orient2dAdaptive(const double* pa,
+                                       const double* pb,
+                                       const double* pc,
+                                       Stats stats) {
+    double detsum;
+#if defined(__SSE2__)
+    const double det = orient2dStageAVector(pa, pb, pc, detsum);
+#else
+    const double det = orient2dStageAPortable(pa, pb, pc, detsum);
+#endif
     // When the products differ in sign or one is zero, det suffered no cancellation and
     // |detleft + detright| <= |det|, so this single, well-predicted test accepts those cases as
     // well; only same-sign products are really checked against the bound.
-    const double detsum = std::fabs(detleft + detright);
     if (RY_PRED_LIKELY(std::fabs(det) >= ccwErrBoundA * detsum)) {
         stats.hit(kStageA);
         return det;
@@ -201,10 +240,10 @@ RY_PRED_INLINE double orient2dAdaptive(const double* pa,
     return orient2dSlow(pa, pb, pc, detsum, stats);
 }
 
-/// Stage A of incircle.
-template <class Stats>
-RY_PRED_INLINE double incircleAdaptive(
-    const double* pa, const double* pb, const double* pc, const double* pd, Stats stats) {
+/// Stage A of incircle, portable form: the determinant in plain floating point, and in
+/// `permanent` the magnitude its rounding error is bounded by.
+RY_PRED_INLINE double incircleStageAPortable(
+    const double* pa, const double* pb, const double* pc, const double* pd, double& permanent) {
     const double adx = pa[0] - pd[0];
     const double bdx = pb[0] - pd[0];
     const double cdx = pc[0] - pd[0];
@@ -220,11 +259,60 @@ RY_PRED_INLINE double incircleAdaptive(
     const double adxcdy = adx * cdy;
     const double adxbdy = adx * bdy;
     const double bdxady = bdx * ady;
-    const double det =
-        ((cdxady - adxcdy) * blift + (bdxcdy - cdxbdy) * alift) + (adxbdy - bdxady) * clift;
-    const double permanent = (std::fabs(adxcdy) + std::fabs(cdxady)) * blift +
-                             (std::fabs(cdxbdy) + std::fabs(bdxcdy)) * alift +
-                             (std::fabs(bdxady) + std::fabs(adxbdy)) * clift;
+    permanent = ((std::fabs(adxcdy) + std::fabs(cdxady)) * blift +
+                 (std::fabs(cdxbdy) + std::fabs(bdxcdy)) * alift) +
+                (std::fabs(bdxady) + std::fabs(adxbdy)) * clift;
+    return ((cdxady - adxcdy) * blift + (bdxcdy - cdxbdy) * alift) + (adxbdy - bdxady) * clift;
+}
+
+#if defined(__SSE2__)
+/// The same operations as incircleStageAPortable, two per instruction. Each lane performs the
+/// identical IEEE operation on the identical operands (sums and products commute exactly), so the
+/// two forms return bit-identical values; the tests hold them to that.
+RY_PRED_INLINE double incircleStageAVector(
+    const double* pa, const double* pb, const double* pc, const double* pd, double& permanent) {
+    const __m128d d = _mm_loadu_pd(pd);
+    const __m128d a = _mm_sub_pd(_mm_loadu_pd(pa), d);  // (adx, ady)
+    const __m128d b = _mm_sub_pd(_mm_loadu_pd(pb), d);  // (bdx, bdy)
+    const __m128d c = _mm_sub_pd(_mm_loadu_pd(pc), d);  // (cdx, cdy)
+    const __m128d a2 = _mm_mul_pd(a, a);
+    const __m128d b2 = _mm_mul_pd(b, b);
+    const __m128d c2 = _mm_mul_pd(c, c);
+    const __m128d liftAB = _mm_add_pd(_mm_unpackhi_pd(a2, b2), _mm_unpacklo_pd(a2, b2));
+    const __m128d liftC = _mm_add_sd(_mm_unpackhi_pd(c2, c2), c2);  // lane 0
+    const __m128d p1 = _mm_mul_pd(b, _mm_shuffle_pd(c, c, 1));      // (bdx*cdy, bdy*cdx)
+    const __m128d p2 = _mm_mul_pd(c, _mm_shuffle_pd(a, a, 1));      // (cdx*ady, cdy*adx)
+    const __m128d p3 = _mm_mul_pd(a, _mm_shuffle_pd(b, b, 1));      // (adx*bdy, ady*bdx)
+    // Minors and their absolute sums for the a and b lifts side by side, then for c (lane 0).
+    const __m128d lo = _mm_unpacklo_pd(p1, p2);
+    const __m128d hi = _mm_unpackhi_pd(p1, p2);
+    const __m128d minorAB = _mm_sub_pd(lo, hi);
+    const __m128d absAB = _mm_add_pd(absPd(hi), absPd(lo));
+    const __m128d p3hi = _mm_unpackhi_pd(p3, p3);
+    const __m128d minorC = _mm_sub_sd(p3, p3hi);
+    const __m128d absC = _mm_add_sd(absPd(p3hi), absPd(p3));
+    // (b + a) + c, with the a and b terms added across lanes.
+    const __m128d termAB = _mm_mul_pd(minorAB, liftAB);
+    const __m128d permAB = _mm_mul_pd(absAB, liftAB);
+    const __m128d det = _mm_add_sd(_mm_add_sd(_mm_shuffle_pd(termAB, termAB, 1), termAB),
+                                   _mm_mul_sd(minorC, liftC));
+    const __m128d perm =
+        _mm_add_sd(_mm_add_sd(_mm_shuffle_pd(permAB, permAB, 1), permAB), _mm_mul_sd(absC, liftC));
+    permanent = _mm_cvtsd_f64(perm);
+    return _mm_cvtsd_f64(det);
+}
+#endif
+
+/// Stage A of incircle.
+template <class Stats>
+RY_PRED_INLINE double incircleAdaptive(
+    const double* pa, const double* pb, const double* pc, const double* pd, Stats stats) {
+    double permanent;
+#if defined(__SSE2__)
+    const double det = incircleStageAVector(pa, pb, pc, pd, permanent);
+#else
+    const double det = incircleStageAPortable(pa, pb, pc, pd, permanent);
+#endif
     if (RY_PRED_LIKELY(std::fabs(det) >= iccErrBoundA * permanent)) {
         stats.hit(kStageA);
         return det;
