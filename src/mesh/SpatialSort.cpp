@@ -22,9 +22,11 @@ struct SplitMix64 {
 };
 
 /// A vertex to sort, with its coordinates beside it so the selection reads contiguous memory.
+/// The index is as wide as the coordinates: the partition loops copy whole keys as 8-byte words,
+/// and a narrower field stored and then reloaded as part of a wider word stalls store forwarding.
 struct SortKey {
     double xy[2];
-    int index;
+    std::int64_t index;
 };
 
 /// Orders [lo, hi) ascending (or descending when !up) along `axis`; for the small ranges left
@@ -200,11 +202,11 @@ void hilbertSort(std::vector<int>::iterator begin,
                  bool uy) {
     std::vector<SortKey> keys = makeKeys(begin, end, vertices);
     hilbertSortKeys(keys.data(), keys.data() + keys.size(), axis, ux, uy);
-    for (const SortKey& k : keys) *begin++ = k.index;
+    for (const SortKey& k : keys) *begin++ = int(k.index);
 }
 
 void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices) {
     std::vector<SortKey> keys = makeKeys(order.begin(), order.end(), vertices);
     spatialSortKeys(keys.data(), keys.data() + keys.size());
-    for (std::size_t i = 0; i < keys.size(); ++i) order[i] = keys[i].index;
+    for (std::size_t i = 0; i < keys.size(); ++i) order[i] = int(keys[i].index);
 }
