@@ -604,6 +604,80 @@ TEST(InsertionOrder, SpatialSortSortsTheFirstEighthSeparately) {
     }
 }
 
+/// The sorted driver inserts on a copy numbered in insertion order and maps it back. Replays the
+/// same order through the record-indexed insertion, from the same `rand` state, and expects the
+/// identical record: every triangle slot, link and flag, every vertex's triangle, the status.
+void expectSortedDriverMatchesRecordInsertion(const Points& points,
+                                              double tolerance,
+                                              int maxIterations,
+                                              const std::string& name) {
+    RyTriangulationImpl driven;
+    driven.options = RyTriangulationImpl::bSpatialSort;
+    driven.cdtTolerance = tolerance;
+    driven.maxIterations = maxIterations;
+    std::srand(1234);
+    const PkTriangulationStatus drivenStatus = driven.delaunayTriangulation(points);
+
+    RyTriangulationImpl replay;
+    replay.cdtTolerance = tolerance;
+    replay.band = tolerance;
+    replay.maxIterations = maxIterations;
+    for (const PkGePoint3d& p : points) replay.vertices.emplace_back(p);
+    std::vector<int> order(points.size());
+    for (std::size_t i = 0; i < order.size(); ++i) order[i] = int(i);
+    shuffleIndices(order);
+    spatialSort(order, replay.vertices);
+    std::srand(1234);
+    PkTriangulationStatus replayStatus = StatusLocateFailed;
+    if (replay.createFirstTriangle(order)) {
+        replayStatus = StatusOk;
+        for (std::size_t i = 3; i < order.size() && replayStatus == StatusOk; ++i) {
+            replayStatus = replay.insertVertexFromPrevious(order[i], order[i - 1]);
+        }
+    }
+
+    EXPECT_EQ(drivenStatus, replayStatus) << name;
+    ASSERT_EQ(driven.triangles.size(), replay.triangles.size()) << name;
+    for (std::size_t t = 0; t < driven.triangles.size(); ++t) {
+        const PkMeshTriangle& a = driven.triangles[t];
+        const PkMeshTriangle& b = replay.triangles[t];
+        for (int k = 0; k < 3; ++k) {
+            ASSERT_EQ(triVerts(a)[k], triVerts(b)[k]) << name << " triangle " << t;
+            ASSERT_EQ(triNbrs(a)[k], triNbrs(b)[k]) << name << " triangle " << t;
+        }
+        ASSERT_EQ(PkMeshFields::flags(a), PkMeshFields::flags(b)) << name << " triangle " << t;
+    }
+    for (std::size_t v = 0; v < points.size(); ++v) {
+        ASSERT_EQ(vertexTriangle(driven.vertices[v]), vertexTriangle(replay.vertices[v]))
+            << name << " vertex " << v;
+    }
+}
+
+TEST(InsertionOrder, SortedDriverMatchesInsertionByVertexIndex) {
+    struct Case {
+        const char* name;
+        Points points;
+        double tolerance;
+        int maxIterations;
+    };
+    Points withRepeat = rytest::uniformPoints(3000, 41);
+    withRepeat.push_back(withRepeat[1700]);  // stops the run with a coincident vertex
+    const Case cases[] = {
+        {"uniform", rytest::uniformPoints(20000, 42), 1e-9, 1000000},
+        {"clusters", rytest::gaussianClusters(20000, 20, 43), 1e-9, 1000000},
+        {"grid with band", rytest::integerGrid(120, 120), 1e-9, 1000000},
+        {"grid without band", rytest::integerGrid(90, 110), 0.0, 1000000},
+        {"circle", rytest::circlePoints(2000, 1.0, 44), 1e-9, 1000000},
+        {"line with few off", rytest::lineWithFewOff(500, 7, 45), 1e-9, 1000000},
+        {"repeated point", withRepeat, 1e-9, 1000000},
+        {"flip limit", rytest::uniformPoints(5000, 46), 1e-9, 40},
+        {"three points", rytest::uniformPoints(3, 47), 1e-9, 1000000},
+    };
+    for (const Case& c : cases) {
+        expectSortedDriverMatchesRecordInsertion(c.points, c.tolerance, c.maxIterations, c.name);
+    }
+}
+
 // --- the first mesh --------------------------------------------------------------------------
 
 void expectTriangle(const PkMeshTriangle& t, Triple v, Triple n, bool aux) {

@@ -9,8 +9,16 @@
 #include "mesh/RyTriangulationImpl.h"
 
 int RyTriangulationImpl::locatePoint(int startVertex, const double* point, PointSide sides[3]) {
+    return locatePoint(RecordVertexView{vertices}, startVertex, point, sides);
+}
+
+template <class View>
+int RyTriangulationImpl::locatePoint(const View& view,
+                                     int startVertex,
+                                     const double* point,
+                                     PointSide sides[3]) {
     const int triangleCount = int(triangles.size());
-    int t = vertexTriangle(vertices[std::size_t(startVertex)]);
+    int t = view.triangle(startVertex);
     if (t < 0 || t >= triangleCount) return -1;
 
     if (isGhost(triangles[std::size_t(t)])) {
@@ -39,10 +47,7 @@ int RyTriangulationImpl::locatePoint(int startVertex, const double* point, Point
                 sides[k] = kLeft;
                 continue;
             }
-            sides[k] = classifyPointSide(point,
-                                         vertexXY(vertices[std::size_t(a)]),
-                                         vertexXY(vertices[std::size_t(b)]),
-                                         band);
+            sides[k] = classifyPointSide(point, view.xy(a), view.xy(b), band);
             if (sides[k] == kRight) {
                 crossed = k;
                 break;
@@ -74,3 +79,12 @@ int RyTriangulationImpl::locatePoint(int startVertex, const double* point, Point
         if (crossed < 0) return t;
     }
 }
+
+template int RyTriangulationImpl::locatePoint(const RecordVertexView&,
+                                              int,
+                                              const double*,
+                                              PointSide[3]);
+template int RyTriangulationImpl::locatePoint(const RankedVertexView&,
+                                              int,
+                                              const double*,
+                                              PointSide[3]);

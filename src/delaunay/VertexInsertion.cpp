@@ -58,6 +58,24 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexFromPrevious(int vertex, 
     return legalizeAroundVertex(vertex, list);
 }
 
+PkTriangulationStatus RyTriangulationImpl::insertVertexFromPrevious(const RankedVertexView& view,
+                                                                    int vertex,
+                                                                    int start) {
+    const int n = int(vertices.size());
+    if (vertex < 0 || vertex >= n || start < 0 || start >= n) return StatusFailed;
+    PointSide sides[3] = {PointSide(0), PointSide(0), PointSide(0)};
+    const int t = locatePoint(view, start, view.xy(vertex), sides);
+    if (t < 0) return StatusLocateFailed;
+    const PointLocation location = combineSides(sides);
+    if (location == kOutside) return StatusLocateFailed;
+    if (location == kOnVertex) return StatusCoincidentVertex;
+
+    CheckList list;
+    const PkTriangulationStatus status = insertVertexAt(view, list, t, vertex, location);
+    if (status != StatusOk) return status;
+    return legalizeAroundVertex(view, vertex, list);
+}
+
 void RyTriangulationImpl::replaceNeighbor(int x, int oldIndex, int newIndex) {
     if (x < 0 || x >= int(triangles.size())) return;
     int* n = triNbrs(triangles[std::size_t(x)]);
@@ -73,6 +91,12 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
                                                           int t,
                                                           int p,
                                                           PointLocation location) {
+    return insertVertexAt(RecordVertexView{vertices}, list, t, p, location);
+}
+
+template <class View>
+PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
+    const View& view, CheckList& list, int t, int p, PointLocation location) {
     const int a = allocateTriangle();
     const int b = allocateTriangle();
     const PkMeshTriangle old = triangles[std::size_t(t)];
@@ -94,10 +118,10 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
         setTriangle(triangles[std::size_t(t)], c[0], c[1], p, N[0], a, b);
         setTriangle(triangles[std::size_t(a)], c[1], c[2], p, N[1], b, t);
         setTriangle(triangles[std::size_t(b)], c[2], c[0], p, N[2], t, a);
-        vertexTriangle(vertices[std::size_t(p)]) = a;
-        vertexTriangle(vertices[std::size_t(c[0])]) = t;
-        vertexTriangle(vertices[std::size_t(c[1])]) = t;
-        vertexTriangle(vertices[std::size_t(c[2])]) = b;
+        view.triangle(p) = a;
+        view.triangle(c[0]) = t;
+        view.triangle(c[1]) = t;
+        view.triangle(c[2]) = b;
         replaceNeighbor(N[1], t, a);
         replaceNeighbor(N[2], t, b);
         list.push(t);
@@ -133,12 +157,12 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
         setTriangle(triangles[std::size_t(u)], p, e0, w, t, uN0w, a);
         setTriangle(triangles[std::size_t(a)], e1, p, w, b, u, uNw1);
         setTriangle(triangles[std::size_t(b)], p, e1, o, a, N[nextLocalIndex(k)], t);
-        vertexTriangle(vertices[std::size_t(p)]) = t;
+        view.triangle(p) = t;
         // Each old corner keeps a triangle it still belongs to: e0 and o are in t, e1 in b.
-        vertexTriangle(vertices[std::size_t(c[0])]) = k == 2 ? b : t;
-        vertexTriangle(vertices[std::size_t(c[1])]) = k == 0 ? b : t;
-        vertexTriangle(vertices[std::size_t(c[2])]) = k == 2 ? t : b;
-        if (w != GhostVertex) vertexTriangle(vertices[std::size_t(w)]) = u;
+        view.triangle(c[0]) = k == 2 ? b : t;
+        view.triangle(c[1]) = k == 0 ? b : t;
+        view.triangle(c[2]) = k == 2 ? t : b;
+        if (w != GhostVertex) view.triangle(w) = u;
         replaceNeighbor(N[nextLocalIndex(k)], t, b);
         replaceNeighbor(uNw1, u, a);
         list.push(t);
@@ -170,9 +194,9 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
         setTriangle(triangles[std::size_t(t)], r0, r1, p, M0, a, b);
         setTriangle(triangles[std::size_t(a)], p, r1, GhostVertex, t, M1, b);
         setTriangle(triangles[std::size_t(b)], r0, p, GhostVertex, t, a, M2);
-        vertexTriangle(vertices[std::size_t(p)]) = t;
-        vertexTriangle(vertices[std::size_t(r0)]) = t;
-        vertexTriangle(vertices[std::size_t(r1)]) = t;
+        view.triangle(p) = t;
+        view.triangle(r0) = t;
+        view.triangle(r1) = t;
         replaceNeighbor(M1, t, a);
         replaceNeighbor(M2, t, b);
         list.push(t);
@@ -201,6 +225,13 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
                A                         A
 */
 PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(int p, const CheckList& list) {
+    return legalizeAroundVertex(RecordVertexView{vertices}, p, list);
+}
+
+template <class View>
+PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view,
+                                                                int p,
+                                                                const CheckList& list) {
     flipStack.clear();
     for (int i = 0; i < list.count; ++i) flipStack.push_back(list.items[i]);
     const int triangleCount = int(triangles.size());
@@ -240,27 +271,19 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(int p, const Che
         if (tGhost && uGhost) {
             // Both outside the old hull: flip when the hull would be concave at the shared real
             // vertex, i.e. D lies strictly on the outer side of the line through p.
-            const double* pp = vertexXY(vertices[std::size_t(p)]);
+            const double* pp = view.xy(p);
             if (A == GhostVertex) {
-                flip = classifyPointSide(vertexXY(vertices[std::size_t(D)]),
-                                         vertexXY(vertices[std::size_t(C)]),
-                                         pp,
-                                         band) == kLeft;
+                flip = classifyPointSide(view.xy(D), view.xy(C), pp, band) == kLeft;
             } else {
-                flip = classifyPointSide(vertexXY(vertices[std::size_t(A)]),
-                                         vertexXY(vertices[std::size_t(D)]),
-                                         pp,
-                                         band) == kLeft;
+                flip = classifyPointSide(view.xy(A), view.xy(D), pp, band) == kLeft;
             }
             if (!flip) continue;
         } else if (!tGhost && !uGhost) {
             const bool constrained =
                 !constraintEdges.empty() && constraintEdges.count(PkMeshEdge(A, C)) != 0;
-            flip = !constrained && classifyInCircle(vertexXY(vertices[std::size_t(p)]),
-                                                    vertexXY(vertices[std::size_t(A)]),
-                                                    vertexXY(vertices[std::size_t(D)]),
-                                                    vertexXY(vertices[std::size_t(C)]),
-                                                    band) == kInsideCircle;
+            flip = !constrained &&
+                   classifyInCircle(view.xy(p), view.xy(A), view.xy(D), view.xy(C), band) ==
+                       kInsideCircle;
             // The band can put a vertex on an edge that it only lies near (beyond its end),
             // which folds the triangles there. A flip that would leave A or C with two
             // triangles (its third one borders both flipped triangles) wraps triangles around
@@ -269,7 +292,7 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(int p, const Che
             if (flip && (nPA == nAD || nDC == nCP || D == p)) flip = false;
         }
         if (flip) {
-            flipEdge(t, u, nPA, nAD, nDC, nCP, p, A, D, C);
+            flipEdge(view, t, u, nPA, nAD, nDC, nCP, p, A, D, C);
             flipStack.push_back(t);
             flipStack.push_back(u);
         }
@@ -278,8 +301,18 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(int p, const Che
     return StatusOk;
 }
 
-void RyTriangulationImpl::flipEdge(
-    int t, int u, int nPA, int nAD, int nDC, int nCP, int p, int A, int D, int C) {
+template <class View>
+void RyTriangulationImpl::flipEdge(const View& view,
+                                   int t,
+                                   int u,
+                                   int nPA,
+                                   int nAD,
+                                   int nDC,
+                                   int nCP,
+                                   int p,
+                                   int A,
+                                   int D,
+                                   int C) {
     // D is never the ghost vertex: flips happen between two real or two ghost triangles, and a
     // new ghost triangle keeps the ghost vertex at position 2.
     PkMeshTriangle& T = triangles[std::size_t(t)];
@@ -296,8 +329,14 @@ void RyTriangulationImpl::flipEdge(
     }
     replaceNeighbor(nAD, u, t);
     replaceNeighbor(nCP, t, u);
-    if (p >= 0) vertexTriangle(vertices[std::size_t(p)]) = t;
-    if (A >= 0) vertexTriangle(vertices[std::size_t(A)]) = t;
-    if (D >= 0) vertexTriangle(vertices[std::size_t(D)]) = t;
-    if (C >= 0) vertexTriangle(vertices[std::size_t(C)]) = u;
+    if (p >= 0) view.triangle(p) = t;
+    if (A >= 0) view.triangle(A) = t;
+    if (D >= 0) view.triangle(D) = t;
+    if (C >= 0) view.triangle(C) = u;
 }
+
+template PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
+    const RankedVertexView&, CheckList&, int, int, PointLocation);
+template PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const RankedVertexView&,
+                                                                         int,
+                                                                         const CheckList&);

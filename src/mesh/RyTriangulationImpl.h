@@ -35,6 +35,25 @@ struct CheckList {
     void push(int t) { items[count++] = t; }
 };
 
+/// Vertex positions and triangle indices as the insertion code reads and writes them, by vertex
+/// index: the vertex records themselves.
+struct RecordVertexView {
+    std::vector<PkMeshPoint3d>& records;
+    const double* xy(int i) const { return vertexXY(records[std::size_t(i)]); }
+    int& triangle(int i) const { return vertexTriangle(records[std::size_t(i)]); }
+};
+
+/// The same for a triangulation numbered in insertion order: vertex r is the r-th inserted, its
+/// position and triangle index held in compact arrays. Vertices inserted along a space-filling
+/// curve then have their mesh neighbours near them in memory too, where the records (in the
+/// caller's order) would put every neighbour's position a cache miss away.
+struct RankedVertexView {
+    const double* coords;  // x, y of each vertex
+    int* triangles;
+    const double* xy(int i) const { return coords + 2 * std::size_t(i); }
+    int& triangle(int i) const { return triangles[i]; }
+};
+
 /// One task of the pseudo-polygon triangulation.
 struct PolygonTask {
     int parentSlot;
@@ -87,7 +106,9 @@ struct RyTriangulationImpl {
     PkTriangulationStatus insertVerticesShuffled();
     /// Builds the first triangle and its three ghost triangles and moves its corners to the front
     /// of `order`. Returns false (nothing changed) when no non-degenerate triple was found.
-    bool createFirstTriangle(std::vector<int>& order);
+    /// When `movedFrom` is given, movedFrom[k] receives the position whose entry was swapped with
+    /// order[k] (k itself when none was).
+    bool createFirstTriangle(std::vector<int>& order, int* movedFrom = nullptr);
     /// Empties the mesh, output, locator and constraint records; keeps options and tolerance.
     void reset();
 
@@ -95,17 +116,39 @@ struct RyTriangulationImpl {
     /// Randomised walk from the triangle of `startVertex` to the triangle holding `point`.
     /// Returns the triangle (sides[k]: the point against edge k) or -1.
     int locatePoint(int startVertex, const double* point, PointSide sides[3]);
+    template <class View>
+    int locatePoint(const View& view, int startVertex, const double* point, PointSide sides[3]);
     PkTriangulationStatus insertVertexByLocator(int vertex);
     PkTriangulationStatus insertVertexFromPrevious(int vertex, int start);
+    /// The same on a triangulation numbered in insertion order (no vertex excluded).
+    PkTriangulationStatus insertVertexFromPrevious(const RankedVertexView& view,
+                                                   int vertex,
+                                                   int start);
     /// Splits triangle t (or t and its neighbour) at vertex p; fills `list` with the triangles to
     /// check. A location other than in-triangle, on an edge or in a ghost triangle changes nothing
     /// but the two allocated slots.
     /// StatusFailed (nothing changed but the two slots) when the mesh around t is inconsistent.
     PkTriangulationStatus insertVertexAt(CheckList& list, int t, int p, PointLocation location);
+    template <class View>
+    PkTriangulationStatus insertVertexAt(
+        const View& view, CheckList& list, int t, int p, PointLocation location);
     /// Lawson flips around p until every edge opposite p is locally Delaunay.
     PkTriangulationStatus legalizeAroundVertex(int p, const CheckList& list);
+    template <class View>
+    PkTriangulationStatus legalizeAroundVertex(const View& view, int p, const CheckList& list);
     void replaceNeighbor(int x, int oldIndex, int newIndex);
-    void flipEdge(int t, int u, int nPA, int nAD, int nDC, int nCP, int p, int A, int D, int C);
+    template <class View>
+    void flipEdge(const View& view,
+                  int t,
+                  int u,
+                  int nPA,
+                  int nAD,
+                  int nDC,
+                  int nCP,
+                  int p,
+                  int A,
+                  int D,
+                  int C);
 
     // --- constraints -------------------------------------------------------------------------
     PkTriangulationStatus delaunayTriangulationWithConstraints(
@@ -137,7 +180,10 @@ struct RyTriangulationImpl {
 
 // Insertion order (spatial sort and shuffle).
 void shuffleIndices(std::vector<int>& order);
-void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices);
+/// When `sortedXY` is given it receives x, y of each vertex in the new order.
+void spatialSort(std::vector<int>& order,
+                 const std::vector<PkMeshPoint3d>& vertices,
+                 std::vector<double>* sortedXY = nullptr);
 /// Hilbert order of [begin, end), first split along `axis` (0 = x, 1 = y): ascending along `axis`
 /// when `ux`, along the other axis when `uy` (descending otherwise).
 void hilbertSort(std::vector<int>::iterator begin,

@@ -205,8 +205,17 @@ void hilbertSort(std::vector<int>::iterator begin,
     for (const SortKey& k : keys) *begin++ = int(k.index);
 }
 
-void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices) {
+void spatialSort(std::vector<int>& order,
+                 const std::vector<PkMeshPoint3d>& vertices,
+                 std::vector<double>* sortedXY) {
     std::vector<SortKey> keys = makeKeys(order.begin(), order.end(), vertices);
     spatialSortKeys(keys.data(), keys.data() + keys.size());
-    for (std::size_t i = 0; i < keys.size(); ++i) order[i] = int(keys[i].index);
+    if (sortedXY) sortedXY->resize(2 * keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        order[i] = int(keys[i].index);
+        if (sortedXY) {
+            (*sortedXY)[2 * i] = keys[i].xy[0];
+            (*sortedXY)[2 * i + 1] = keys[i].xy[1];
+        }
+    }
 }

@@ -53,25 +53,60 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     std::vector<int> order(static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i) order[std::size_t(i)] = i;
     shuffleIndices(order);
-    spatialSort(order, vertices);
+    std::vector<double> coords;  // x, y by position in the order
+    spatialSort(order, vertices, &coords);
 
-    if (!createFirstTriangle(order)) return StatusLocateFailed;
+    int movedFrom[3];
+    if (!createFirstTriangle(order, movedFrom)) return StatusLocateFailed;
+    for (int k = 0; k < 3; ++k) {
+        const std::size_t from = std::size_t(movedFrom[k]);
+        std::swap(coords[2 * std::size_t(k)], coords[2 * from]);
+        std::swap(coords[2 * std::size_t(k) + 1], coords[2 * from + 1]);
+    }
     // Each walk starts from the vertex inserted just before, so the locator is never consulted
     // in this mode, and nothing after this call reads it (a new triangulation starts from an
     // empty record). Filling it would cost a tree descent and bucket space per vertex for
     // nothing, so it stays empty.
-    // The vertex records lie in input order, so each one is a cache miss when its turn comes;
-    // fetching a few ahead hides most of that latency behind the current insertion.
-    constexpr int kPrefetchDistance = 8;
-    for (int i = 3; i < n; ++i) {
-        if (i + kPrefetchDistance < n) {
-            __builtin_prefetch(&vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
-        }
-        const PkTriangulationStatus status =
-            insertVertexFromPrevious(order[std::size_t(i)], order[std::size_t(i - 1)]);
-        if (status != StatusOk) return status;
+    //
+    // The insertions run on the mesh numbered by position in the order (see RankedVertexView),
+    // which makes the same decisions on the same coordinates and fills the same triangle slots;
+    // the numbering is mapped back to vertex indices at the end, whatever the outcome. The
+    // record holds no constraint yet (the flip loop looks them up by vertex index), and every
+    // vertex was just made from a point, so none is excluded.
+    std::vector<int> triangleOf(std::size_t(n), -1);
+    for (int r = 0; r < 3; ++r) {
+        triangleOf[std::size_t(r)] = vertexTriangle(vertices[std::size_t(order[std::size_t(r)])]);
     }
-    return StatusOk;
+    const std::size_t first = triangles.size() - 4;
+    auto renumber = [&](auto map) {
+        for (std::size_t t = first; t < triangles.size(); ++t) {
+            int* v = triVerts(triangles[t]);
+            for (int k = 0; k < 3; ++k) {
+                if (v[k] >= 0) v[k] = map(v[k]);
+            }
+        }
+    };
+    renumber([&](int v) { return v == order[0] ? 0 : (v == order[1] ? 1 : 2); });
+
+    auto mapBack = [&] {
+        renumber([&](int r) { return order[std::size_t(r)]; });
+        for (int r = 0; r < n; ++r) {
+            vertexTriangle(vertices[std::size_t(order[std::size_t(r)])]) =
+                triangleOf[std::size_t(r)];
+        }
+    };
+    const RankedVertexView view{coords.data(), triangleOf.data()};
+    PkTriangulationStatus status = StatusOk;
+    try {
+        for (int i = 3; i < n && status == StatusOk; ++i) {
+            status = insertVertexFromPrevious(view, i, i - 1);
+        }
+    } catch (...) {
+        mapBack();  // an allocation failure leaves the mesh valid, in vertex indices
+        throw;
+    }
+    mapBack();
+    return status;
 }
 
 PkTriangulationStatus RyTriangulationImpl::insertVerticesShuffled() {
@@ -109,8 +144,9 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesShuffled() {
 //                 1
 //              (b,a,G)
 //
-bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order) {
+bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order, int* movedFrom) {
     const int n = int(order.size());
+    if (movedFrom) movedFrom[0] = 0, movedFrom[1] = 1, movedFrom[2] = 2;
     int a, b, c;
     if (n == 3) {
         const int a0 = order[0], b0 = order[1], c0 = order[2];
@@ -156,6 +192,7 @@ bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order) {
             for (int p = 0; p < n; ++p) {
                 if (order[std::size_t(p)] == corners[k]) {
                     std::swap(order[std::size_t(k)], order[std::size_t(p)]);
+                    if (movedFrom) movedFrom[k] = p;
                     break;
                 }
             }
