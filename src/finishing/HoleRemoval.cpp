@@ -3,6 +3,7 @@
 // found level by level from the lowest; odd depths are inside (1: inside a boundary, 2: in a
 // hole, 3: on an island in the hole, ...).
 #include <algorithm>
+#include <cstdint>
 #include <map>
 
 #include "mesh/LocalIndex.h"
@@ -17,8 +18,12 @@ struct DepthLabelling {
     std::vector<int> proposal;  ///< level proposed across a constraint in this flood; 0 = none
     std::vector<int> proposed;  ///< triangles that received a proposal in this flood
     /// Only edges between two constraint vertices can be constraint edges: this filter spares
-    /// the hash lookup for almost every edge of a large mesh.
-    std::vector<unsigned char> constraintVertex;
+    /// the hash lookup for almost every edge of a large mesh. One bit per vertex, so that it
+    /// stays in cache while the flood reads it in the vertices' (arbitrary) input order.
+    std::vector<std::uint64_t> constraintVertex;
+    bool isConstraintVertex(int v) const {
+        return (constraintVertex[std::size_t(v) >> 6] >> (unsigned(v) & 63u)) & 1u;
+    }
 };
 
 }  // namespace
@@ -28,16 +33,17 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
     DepthLabelling s;
     s.depths.assign(std::size_t(n), UnvisitedDepth);
     s.proposal.assign(std::size_t(n), 0);
-    s.constraintVertex.assign(vertices.size(), 0);
+    s.constraintVertex.assign((vertices.size() + 63) / 64, 0);
     for (const PkMeshEdge& e : constraintEdges) {
         for (int v : {e.EdgeIndex1(), e.EdgeIndex2()}) {
-            if (v >= 0 && v < int(vertices.size())) s.constraintVertex[std::size_t(v)] = 1;
+            if (v >= 0 && v < int(vertices.size())) {
+                s.constraintVertex[std::size_t(v) >> 6] |= std::uint64_t(1) << (unsigned(v) & 63u);
+            }
         }
     }
     auto isConstraint = [&](int a, int b, int& repeats) {
         if (a < 0 || b < 0 || a >= int(vertices.size()) || b >= int(vertices.size())) return false;
-        if (!s.constraintVertex[std::size_t(a)] || !s.constraintVertex[std::size_t(b)])
-            return false;
+        if (!s.isConstraintVertex(a) || !s.isConstraintVertex(b)) return false;
         const PkMeshEdge e(a, b);
         if (constraintEdges.count(e) == 0) return false;
         const auto r = constraintRepeats.find(e);
@@ -64,10 +70,13 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
         while (!s.depthStack.empty()) {
             const int t = s.depthStack.back();
             s.depthStack.pop_back();
+            // Reaching t without a crossing voids any proposal made to it in this flood; the
+            // proposals are read after the flood, where depth <= level tells that it was reached.
             if (s.depths[std::size_t(t)] > level) s.depths[std::size_t(t)] = level;
-            s.proposal[std::size_t(t)] = 0;  // reached without crossing: earlier proposal void
             const PkMeshTriangle& T = triangles[std::size_t(t)];
             const int* v = triVerts(T);
+            const int* nb = triNbrs(T);
+            const bool proper = v[0] != v[1] && v[1] != v[2] && v[0] != v[2];
             for (int k = 0; k < 3; ++k) {
                 // The edge opposite vertex k, smaller index first, and the neighbour across it
                 // by the rule of getNeighborAcrossEdge (neighbour k+1 for a proper triangle).
@@ -75,8 +84,9 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
                 const int q = v[prevLocalIndex(k)];
                 const int lo = p < q ? p : q;
                 const int hi = p < q ? q : p;
-                const int m =
-                    lo == hi ? getNeighborAcrossEdge(T, -1, -1) : getNeighborAcrossEdge(T, lo, hi);
+                const int m = proper      ? nb[nextLocalIndex(k)]
+                              : lo == hi ? getNeighborAcrossEdge(T, -1, -1)
+                                         : getNeighborAcrossEdge(T, lo, hi);
                 if (m < 0 || m >= n || s.depths[std::size_t(m)] <= level) continue;
                 int repeats = 0;
                 if (lo != hi && isConstraint(lo, hi, repeats)) {
@@ -101,7 +111,7 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
         for (int t : s.proposed) {
             const int d = s.proposal[std::size_t(t)];
             s.proposal[std::size_t(t)] = 0;
-            if (d == 0 || capped) continue;
+            if (s.depths[std::size_t(t)] <= level || capped) continue;
             maxPendingLevel = std::max<long long>(maxPendingLevel, d);
             pendingLevels[d].push_back(t);
         }
