@@ -84,7 +84,7 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
                 const int q = v[prevLocalIndex(k)];
                 const int lo = p < q ? p : q;
                 const int hi = p < q ? q : p;
-                const int m = proper      ? nb[nextLocalIndex(k)]
+                const int m = proper     ? nb[nextLocalIndex(k)]
                               : lo == hi ? getNeighborAcrossEdge(T, -1, -1)
                                          : getNeighborAcrossEdge(T, lo, hi);
                 if (m < 0 || m >= n || s.depths[std::size_t(m)] <= level) continue;
@@ -97,6 +97,7 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
                     if (s.proposal[std::size_t(m)] == 0) s.proposed.push_back(m);
                     s.proposal[std::size_t(m)] = int(proposed);
                 } else {
+                    __builtin_prefetch(&triangles[std::size_t(m)]);  // popped soon: hide the miss
                     s.depthStack.push_back(m);
                 }
             }
