@@ -18,6 +18,7 @@
 
 #include "RyTriangulation.h"
 #include "mesh/RyTriangulationAccess.h"
+#include "mesh/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/PeakMemory.h"
 #include "support/PointGenerators.h"
@@ -106,6 +107,22 @@ void BM_GridShuffled(benchmark::State& s) {
     runTriangulation(s, kGrid, false);
 }
 
+/// The sorted mode's insertion order alone (shuffle and multiscale Hilbert sort), its share of
+/// the sorted time.
+void BM_InsertionOrder(benchmark::State& state) {
+    const Points& points = input(kUniform, int(state.range(0)));
+    std::vector<PkMeshPoint3d> vertices(points.begin(), points.end());
+    std::vector<int> order(points.size());
+    for (auto _ : state) {
+        for (std::size_t i = 0; i < order.size(); ++i) order[i] = int(i);
+        shuffleIndices(order);
+        spatialSort(order, vertices);
+        benchmark::DoNotOptimize(order.data());
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK(BM_InsertionOrder)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_UniformSorted)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_UniformShuffled)->Arg(10000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ClustersSorted)->Arg(1000000)->Unit(benchmark::kMillisecond);

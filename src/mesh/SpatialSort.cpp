@@ -33,10 +33,16 @@ struct SortKey {
 /// by the selection below.
 void insertionSort(SortKey* lo, SortKey* hi, int axis, double sign) {
     for (SortKey* i = lo + 1; i < hi; ++i) {
+        // The key is read from the array, not from the copy below: indexing a local by the axis
+        // would send the copy through the stack.
+        const double key = sign * i->xy[axis];
+        if (!(key < sign * i[-1].xy[axis])) continue;
         const SortKey v = *i;
-        const double key = sign * v.xy[axis];
         SortKey* j = i;
-        for (; j > lo && key < sign * j[-1].xy[axis]; --j) *j = j[-1];
+        do {
+            *j = j[-1];
+            --j;
+        } while (j > lo && key < sign * j[-1].xy[axis]);
         *j = v;
     }
 }
