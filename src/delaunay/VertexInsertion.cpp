@@ -44,18 +44,7 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexFromPrevious(int vertex, 
         vertexTriangle(record) = vertexTriangle(vertices[std::size_t(start)]);
         return StatusOk;
     }
-
-    PointSide sides[3] = {PointSide(0), PointSide(0), PointSide(0)};
-    const int t = locatePoint(start, vertexXY(record), sides);
-    if (t < 0) return StatusLocateFailed;
-    const PointLocation location = combineSides(sides);
-    if (location == kOutside) return StatusLocateFailed;
-    if (location == kOnVertex) return StatusCoincidentVertex;
-
-    CheckList list;
-    const PkTriangulationStatus status = insertVertexAt(list, t, vertex, location);
-    if (status != StatusOk) return status;
-    return legalizeAroundVertex(vertex, list);
+    return locateAndInsert(RecordVertexView{vertices}, vertex, start);
 }
 
 PkTriangulationStatus RyTriangulationImpl::insertVertexFromPrevious(const RankedVertexView& view,
@@ -63,6 +52,13 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexFromPrevious(const Ranked
                                                                     int start) {
     const int n = int(vertices.size());
     if (vertex < 0 || vertex >= n || start < 0 || start >= n) return StatusFailed;
+    return locateAndInsert(view, vertex, start);
+}
+
+template <class View>
+PkTriangulationStatus RyTriangulationImpl::locateAndInsert(const View& view,
+                                                           int vertex,
+                                                           int start) {
     PointSide sides[3] = {PointSide(0), PointSide(0), PointSide(0)};
     const int t = locatePoint(view, start, view.xy(vertex), sides);
     if (t < 0) return StatusLocateFailed;

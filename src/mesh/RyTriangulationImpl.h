@@ -124,6 +124,9 @@ struct RyTriangulationImpl {
     PkTriangulationStatus insertVertexFromPrevious(const RankedVertexView& view,
                                                    int vertex,
                                                    int start);
+    /// Walk from the triangle of `start` to `vertex`'s position, insert, legalise.
+    template <class View>
+    PkTriangulationStatus locateAndInsert(const View& view, int vertex, int start);
     /// Splits triangle t (or t and its neighbour) at vertex p; fills `list` with the triangles to
     /// check. A location other than in-triangle, on an edge or in a ghost triangle changes nothing
     /// but the two allocated slots.
