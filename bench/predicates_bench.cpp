@@ -1,6 +1,9 @@
 // Cost per call of the robust predicates on well-conditioned input, beside the plain (non-robust)
-// double determinant in the same run, plus the slow paths on nearly degenerate input.
-//   predicates_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
+// double determinant in the same run, plus the slow paths on nearly degenerate input. *Uniform
+// measures independent calls (throughput), *Chained calls whose answer picks the next input
+// (latency, as in a walk). The machine is shared: interleave the repetitions.
+//   predicates_bench --benchmark_repetitions=15 --benchmark_min_time=0.05
+//       --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -102,6 +105,36 @@ void inCircleUniform(benchmark::State& state) {
     state.SetItemsProcessed(std::int64_t(state.iterations()));
 }
 
+// The same calls where each answer picks the next input, as in a walk or a flip loop: the
+// latency of one call, not the throughput of many independent ones.
+template <class F>
+void orientChained(benchmark::State& state) {
+    const double* pts = uniformPoints().data();
+    const F f;
+    std::size_t i = 0;
+    for (auto _ : state) {
+        const double* p = pts + 2 * i;
+        const double r = f(p, p + 2, p + 4);
+        i = (i + 1 + std::size_t(r > 0.0)) & (kPoints - 1);
+    }
+    benchmark::DoNotOptimize(i);
+    state.SetItemsProcessed(std::int64_t(state.iterations()));
+}
+
+template <class F>
+void inCircleChained(benchmark::State& state) {
+    const double* pts = uniformPoints().data();
+    const F f;
+    std::size_t i = 0;
+    for (auto _ : state) {
+        const double* p = pts + 2 * i;
+        const double r = f(p, p + 2, p + 4, p + 6);
+        i = (i + 1 + std::size_t(r > 0.0)) & (kPoints - 1);
+    }
+    benchmark::DoNotOptimize(i);
+    state.SetItemsProcessed(std::int64_t(state.iterations()));
+}
+
 /// The classification the triangulation calls, for the record.
 void classifyPointSideUniform(benchmark::State& state) {
     const double* pts = uniformPoints().data();
@@ -193,6 +226,10 @@ BENCHMARK_TEMPLATE(orientUniform, PlainOrient);
 BENCHMARK_TEMPLATE(orientUniform, RobustOrient);
 BENCHMARK_TEMPLATE(inCircleUniform, PlainInCircle);
 BENCHMARK_TEMPLATE(inCircleUniform, RobustInCircle);
+BENCHMARK_TEMPLATE(orientChained, PlainOrient);
+BENCHMARK_TEMPLATE(orientChained, RobustOrient);
+BENCHMARK_TEMPLATE(inCircleChained, PlainInCircle);
+BENCHMARK_TEMPLATE(inCircleChained, RobustInCircle);
 BENCHMARK(classifyPointSideUniform);
 BENCHMARK(classifyInCircleUniform);
 BENCHMARK_TEMPLATE(orientNearlyCollinear, PlainOrient);
