@@ -391,7 +391,7 @@ bool coveredAfterAll(const RyTriangulationImpl& m, const std::string& violation)
         if (v == b) return true;
         for (int w : around[std::size_t(v)]) {
             if (seen[std::size_t(w)]) continue;
-            if (w != b && !rytest::vertexOnSegment(m, w, a, b, 1e-9)) continue;
+            if (w != b && !rytest::vertexOnSegment(m, w, a, b, 1e-9, m.band)) continue;
             seen[std::size_t(w)] = 1;
             stack.push_back(w);
         }
@@ -575,10 +575,29 @@ void checkHoleRemoval(const RyTriangulationImpl& m) {
     }
 }
 
+/// With RY_FUZZ_DUMP set in the environment, the decoded input goes to stderr (for triage).
+void dumpInput(const Input& d) {
+    std::fprintf(stderr,
+                 "flags 0x%02x tolerance %.17g point tolerance %g seed %u maxIterations %d\n",
+                 unsigned(d.flags),
+                 d.tolerance,
+                 d.pointTolerance,
+                 d.seed,
+                 d.maxIterations);
+    for (std::size_t i = 0; i < d.points.size(); ++i) {
+        std::fprintf(stderr, "point %zu: %.17g %.17g\n", i, d.points[i].x, d.points[i].y);
+    }
+    for (const PkMeshEdge& e : d.edges) {
+        std::fprintf(stderr, "edge %d %d\n", e.EdgeIndex1(), e.EdgeIndex2());
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const Input d = decode(data, size);
+    static const bool dump = std::getenv("RY_FUZZ_DUMP") != nullptr;
+    if (dump) dumpInput(d);
     PkGeContext::gTol = PkGeTol(d.pointTolerance, 1e-10);
 
     checkCleanup(d);
@@ -667,6 +686,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (exact) {
             rytest::ConstraintCheckOptions options;
             options.allowMissing = !split;
+            // Integer input keeps the band from blurring decisions between input vertices, but
+            // not near crossing vertices, whose coordinates are not integers.
+            options.band = cm->band;
             // An edge may also name a vertex made at an earlier crossing (the range check is
             // against the vertex list at the time): such edges may or may not have gone in.
             std::vector<PkMeshEdge> valid, named;
@@ -689,6 +711,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                [&](const std::string& v) { return coveredAfterAll(*cm, v); }),
                 violations.end());
             if (!violations.empty()) {
+                if (std::getenv("RY_FUZZ_DUMP")) {
+                    for (std::size_t v = 0; v < cm->vertices.size(); ++v) {
+                        const double* p = vertexXY(cm->vertices[v]);
+                        std::fprintf(stderr, "vertex %zu: %.17g %.17g\n", v, p[0], p[1]);
+                    }
+                    for (const auto& o : cm->constraintOrigins) {
+                        for (const PkMeshEdge& e : o.second) {
+                            std::fprintf(stderr,
+                                         "piece %d %d from %d %d\n",
+                                         o.first.EdgeIndex1(),
+                                         o.first.EdgeIndex2(),
+                                         e.EdgeIndex1(),
+                                         e.EdgeIndex2());
+                        }
+                    }
+                }
                 finding("constraint records:\n" + formatViolations(violations));
             }
         }
