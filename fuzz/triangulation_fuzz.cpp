@@ -575,29 +575,10 @@ void checkHoleRemoval(const RyTriangulationImpl& m) {
     }
 }
 
-/// With RY_FUZZ_DUMP set in the environment, the decoded input goes to stderr (for triage).
-void dumpInput(const Input& d) {
-    std::fprintf(stderr,
-                 "flags 0x%02x tolerance %.17g point tolerance %g seed %u maxIterations %d\n",
-                 unsigned(d.flags),
-                 d.tolerance,
-                 d.pointTolerance,
-                 d.seed,
-                 d.maxIterations);
-    for (std::size_t i = 0; i < d.points.size(); ++i) {
-        std::fprintf(stderr, "point %zu: %.17g %.17g\n", i, d.points[i].x, d.points[i].y);
-    }
-    for (const PkMeshEdge& e : d.edges) {
-        std::fprintf(stderr, "edge %d %d\n", e.EdgeIndex1(), e.EdgeIndex2());
-    }
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const Input d = decode(data, size);
-    static const bool dump = std::getenv("RY_FUZZ_DUMP") != nullptr;
-    if (dump) dumpInput(d);
     PkGeContext::gTol = PkGeTol(d.pointTolerance, 1e-10);
 
     checkCleanup(d);
@@ -711,7 +692,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                [&](const std::string& v) { return coveredAfterAll(*cm, v); }),
                 violations.end());
             if (!violations.empty()) {
-                if (std::getenv("RY_FUZZ_DUMP")) {
+                if (std::getenv("RY_FUZZ_VERBOSE")) {
                     for (std::size_t v = 0; v < cm->vertices.size(); ++v) {
                         const double* p = vertexXY(cm->vertices[v]);
                         std::fprintf(stderr, "vertex %zu: %.17g %.17g\n", v, p[0], p[1]);
