@@ -21,17 +21,14 @@ double coordinateMagnitude(const RyTriangulationImpl& mesh) {
 }
 
 /// Projects P onto the segment A-B: `along` (0 at A, 1 at B) and `off` (distance to the line),
-/// relative to the segment's length. `slack` is what may separate a vertex the library put on
-/// the segment from its line, relative to that length: the rounding of positions made at
-/// crossings (computed from the ends of the segments that cross, which may lie far away, so a
-/// few thousand ulps of the mesh's largest coordinate `magnitude`, however short the piece),
-/// plus the reach of the tolerance band `band` (a vertex whose doubled triangle area with the
-/// segment is within it counts as on the segment).
+/// relative to the segment's length. `slack` is the rounding of positions made at crossings,
+/// relative to that length: a crossing is computed from the ends of the segments that cross,
+/// which may lie far away, so its rounding is a few thousand ulps of the mesh's largest
+/// coordinate `magnitude`, however short the piece it ends.
 void projectOnSegment(const double* A,
                       const double* B,
                       const double* P,
                       double magnitude,
-                      double band,
                       double& along,
                       double& off,
                       double& slack) {
@@ -40,7 +37,7 @@ void projectOnSegment(const double* A,
     const double px = P[0] - A[0], py = P[1] - A[1];
     along = (px * dx + py * dy) / len2;
     off = std::fabs(px * dy - py * dx) / len2;
-    slack = 0x1p-40 * magnitude / std::sqrt(len2) + band / len2;
+    slack = 0x1p-40 * magnitude / std::sqrt(len2);
 }
 
 std::string edgeText(const PkMeshEdge& e) {
@@ -50,11 +47,8 @@ std::string edgeText(const PkMeshEdge& e) {
 /// Edges of the live real triangles, as a set and as a neighbour list per vertex.
 class MeshEdges {
 public:
-    MeshEdges(const RyTriangulationImpl& mesh, double band)
-        : m(mesh),
-          magnitude(coordinateMagnitude(mesh)),
-          band(band > 0.0 ? band : 0.0),
-          around(mesh.vertices.size()) {
+    explicit MeshEdges(const RyTriangulationImpl& mesh)
+        : m(mesh), magnitude(coordinateMagnitude(mesh)), around(mesh.vertices.size()) {
         std::vector<char> live(m.triangles.size(), 1);
         for (int f : m.freeTriangles) {
             if (f >= 0 && f < int(live.size())) live[std::size_t(f)] = 0;
@@ -83,7 +77,6 @@ public:
                          vertexXY(m.vertices[std::size_t(b)]),
                          vertexXY(m.vertices[std::size_t(v)]),
                          magnitude,
-                         band,
                          along,
                          off,
                          slack);
@@ -122,7 +115,6 @@ public:
 private:
     const RyTriangulationImpl& m;
     double magnitude;
-    double band;
     EdgeSet edges;
     std::vector<std::vector<int>> around;
 };
@@ -130,7 +122,7 @@ private:
 }  // namespace
 
 bool vertexOnSegment(
-    const RyTriangulationImpl& mesh, int v, int a, int b, double relativeTolerance, double band) {
+    const RyTriangulationImpl& mesh, int v, int a, int b, double relativeTolerance) {
     const int nv = int(mesh.vertices.size());
     if (v < 0 || a < 0 || b < 0 || v >= nv || a >= nv || b >= nv || a == b) return false;
     double along, off, slack;
@@ -138,7 +130,6 @@ bool vertexOnSegment(
                      vertexXY(mesh.vertices[std::size_t(b)]),
                      vertexXY(mesh.vertices[std::size_t(v)]),
                      coordinateMagnitude(mesh),
-                     band > 0.0 ? band : 0.0,
                      along,
                      off,
                      slack);
@@ -146,9 +137,11 @@ bool vertexOnSegment(
     return off <= tol && along >= -tol && along <= 1.0 + tol;
 }
 
-std::vector<PkMeshEdge> constraintPath(
-    const RyTriangulationImpl& mesh, int a, int b, double relativeTolerance, double band) {
-    return MeshEdges(mesh, band).path(a, b, relativeTolerance);
+std::vector<PkMeshEdge> constraintPath(const RyTriangulationImpl& mesh,
+                                       int a,
+                                       int b,
+                                       double relativeTolerance) {
+    return MeshEdges(mesh).path(a, b, relativeTolerance);
 }
 
 std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
@@ -157,7 +150,7 @@ std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
     auto add = [&](const std::string& s) {
         if (out.size() < 200) out.push_back(s);
     };
-    const MeshEdges edges(mesh, options.band);
+    const MeshEdges edges(mesh);
     const int nv = int(mesh.vertices.size());
     const double tol = options.relativeTolerance;
 
@@ -198,11 +191,9 @@ std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
             }
             // A piece is part of every longer piece it was cut or split from.
             const bool inside =
-                vertexOnSegment(
-                    mesh, piece.EdgeIndex1(), o.EdgeIndex1(), o.EdgeIndex2(), tol, options.band) &&
-                vertexOnSegment(
-                    mesh, piece.EdgeIndex2(), o.EdgeIndex1(), o.EdgeIndex2(), tol, options.band);
-            if (!inside) {
+                vertexOnSegment(mesh, piece.EdgeIndex1(), o.EdgeIndex1(), o.EdgeIndex2(), tol) &&
+                vertexOnSegment(mesh, piece.EdgeIndex2(), o.EdgeIndex1(), o.EdgeIndex2(), tol);
+            if (options.checkGeometry && !inside) {
                 add("piece " + edgeText(piece) + " does not lie on its origin " + edgeText(o));
             }
         }
@@ -211,6 +202,7 @@ std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
     auto valid = [&](const PkMeshEdge& s) {
         return s.EdgeIndex1() >= 0 && s.EdgeIndex2() < nv && s.EdgeIndex1() != s.EdgeIndex2();
     };
+    if (!options.checkGeometry) return out;
     for (const PkMeshEdge& s : options.requiredSegments) {
         if (!valid(s)) continue;  // skipped by the insertion as well
         if (edges.path(s.EdgeIndex1(), s.EdgeIndex2(), tol).empty()) {
@@ -222,10 +214,7 @@ std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
         for (int v = options.inputVertexCount; v < nv; ++v) {
             int on = 0;
             for (const PkMeshEdge& s : options.inputSegments) {
-                if (valid(s) &&
-                    vertexOnSegment(mesh, v, s.EdgeIndex1(), s.EdgeIndex2(), tol, options.band)) {
-                    ++on;
-                }
+                if (valid(s) && vertexOnSegment(mesh, v, s.EdgeIndex1(), s.EdgeIndex2(), tol)) ++on;
             }
             if (on < 2) {
                 std::ostringstream text;

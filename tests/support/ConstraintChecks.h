@@ -28,9 +28,9 @@ struct ConstraintCheckOptions {
     int inputVertexCount = -1;
     /// Distance to a segment's line, relative to the segment's length, that counts as on it.
     double relativeTolerance = 1e-9;
-    /// The library's tolerance band (doubled triangle area): a vertex within it of a segment's
-    /// line may have been taken as lying on the segment. 0 (or negative, or NaN): none.
-    double band = 0.0;
+    /// Check where pieces and crossing vertices lie (on their origins, along the required
+    /// segments, on two input segments). Off: only the bookkeeping is checked.
+    bool checkGeometry = true;
 };
 
 /// Every violation found; empty when the records are consistent with the mesh.
@@ -38,21 +38,16 @@ std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
                                                 const ConstraintCheckOptions& options);
 
 /// Whether vertex v lies on the segment (a, b) of `mesh` within `relativeTolerance` of its
-/// length (distance to the line, and between the ends), or within the reach of `band`.
-bool vertexOnSegment(const RyTriangulationImpl& mesh,
-                     int v,
-                     int a,
-                     int b,
-                     double relativeTolerance,
-                     double band = 0.0);
+/// length (distance to the line, and between the ends).
+bool vertexOnSegment(
+    const RyTriangulationImpl& mesh, int v, int a, int b, double relativeTolerance);
 
 /// The constraint pieces, in order from a to b, whose union is the segment (a, b); empty when
 /// the segment is not covered by constraint edges of the mesh.
 std::vector<PkMeshEdge> constraintPath(const RyTriangulationImpl& mesh,
                                        int a,
                                        int b,
-                                       double relativeTolerance = 1e-9,
-                                       double band = 0.0);
+                                       double relativeTolerance = 1e-9);
 
 /// Exact sum of signed products of doubles, in a two's complement fixed-point integer wide
 /// enough for every finite product (no rounding at any step): the oracle of the area sums.
