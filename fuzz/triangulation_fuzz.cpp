@@ -7,7 +7,8 @@
 //   - after StatusOk, a mesh the validator rejects (adjacency, back-links, ghost closure and the
 //     Euler count always; orientation, hull convexity and local Delaunay, and the constraint
 //     records, whenever the tolerance band cannot blur the geometry: band 0, or integer
-//     coordinates and a band below 1, all inside the predicates' exact domain);
+//     coordinates and a band below 1, all inside the predicates' exact domain; under a band,
+//     the constraints' geometry only while no crossing has added a vertex);
 //   - a copy that differs from its source, an output triangle that is not a live triangle,
 //     inside/outside labels that change across an edge that is not a constraint;
 //   - and, through the sanitizers, any memory error, leak or undefined behaviour.
