@@ -330,9 +330,3 @@ void RyTriangulationImpl::flipEdge(const View& view,
     if (D >= 0) view.triangle(D) = t;
     if (C >= 0) view.triangle(C) = u;
 }
-
-template PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
-    const RankedVertexView&, CheckList&, int, int, PointLocation);
-template PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const RankedVertexView&,
-                                                                         int,
-                                                                         const CheckList&);
