@@ -10,6 +10,7 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -479,6 +480,84 @@ TEST(HoleRemoval, KeptTrianglesKeepWorkingListOrderAndContents) {
     // Ghost removal appends every real triangle after them.
     c.handle->deleteGhostTriangle();
     EXPECT_GT(c.handle->getMeshTriangles().size(), twice.size());
+}
+
+/// The labelling as a plain transcription of its rules on ordered containers: the oracle for the
+/// flat-array version, down to the order in which a capped flood meets triangles and the rule
+/// that the last proposal made to a triangle in one flood wins.
+std::vector<int> referenceDepths(const RyTriangulationImpl& m) {
+    const int n = int(m.triangles.size());
+    std::vector<int> depth(std::size_t(n), RyTriangulationImpl::UnvisitedDepth);
+    std::vector<int> stack;
+    for (int i = 0; i < n; ++i) {
+        PkMeshTriangle t = m.triangles[std::size_t(i)];
+        if (t.isGhostTri() || t.isAux()) {
+            stack.push_back(i);
+            break;
+        }
+    }
+    std::map<int, std::set<int>> pending;
+    int maxPending = 0;
+    for (int level = 0;; ++level) {
+        std::map<int, int> crossing;
+        for (int c = 0; !stack.empty(); ++c) {
+            const int t = stack.back();
+            stack.pop_back();
+            depth[std::size_t(t)] = std::min(depth[std::size_t(t)], level);
+            crossing.erase(t);
+            const PkMeshTriangle tri = m.triangles[std::size_t(t)];
+            for (int k = 0; k < 3; ++k) {
+                const PkMeshEdge e(tri.getVertexIndexAt(nextLocalIndex(k)),
+                                   tri.getVertexIndexAt(prevLocalIndex(k)));
+                const int next = tri.getNeighborIndex(e.EdgeIndex1(), e.EdgeIndex2());
+                if (next < 0 || depth[std::size_t(next)] <= level) continue;
+                if (m.constraintEdges.count(e) != 0) {
+                    const auto r = m.constraintRepeats.find(e);
+                    crossing[next] = level + 1 + (r == m.constraintRepeats.end() ? 0 : r->second);
+                } else {
+                    stack.push_back(next);
+                }
+            }
+            if (c >= m.maxIterations) {
+                crossing.clear();
+                break;
+            }
+        }
+        pending.erase(level);
+        for (const auto& [t, d] : crossing) {
+            maxPending = std::max(maxPending, d);
+            pending[d].insert(t);
+        }
+        const std::set<int>& next = pending[level + 1];
+        stack.assign(next.begin(), next.end());
+        if (stack.empty() && maxPending <= level + 1) break;
+    }
+    return depth;
+}
+
+TEST(HoleRemoval, LabellingMatchesItsRulesUnderEveryFloodCap) {
+    for (std::uint64_t seed = 1; seed <= 4; ++seed) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        rytest::Rng rng(seed + 40);
+        Scene s;
+        s.addRing(noisyCircle(0, 0, 1000, 80, 0.3, rng));
+        // Holes (one given twice, so that its edges count two crossings), islands in some, and
+        // two rings that overlap, so that floods meet the same triangle from several sides.
+        s.addRing(noisyCircle(-400, 0, 200, 12, 0.3, rng), seed == 2 ? 2 : 1);
+        s.addRing(noisyCircle(-400, 0, 80, 7, 0.3, rng));
+        s.addRing(noisyCircle(350, 100, 250, 15, 0.3, rng));
+        s.addRing(noisyCircle(450, 200, 220, 11, 0.3, rng));
+        addPoints(s, 800, -1200, 1200, seed + 200);
+        Cdt c = runCdt(s.points, s.edges, seed % 2 == 0, true);
+        ASSERT_EQ(c.status, StatusOk);
+        RyTriangulationImpl& m = *c.impl;
+        const int n = int(m.triangles.size());
+        for (const int cap : {0, 1, 2, 7, 60, n / 5, n / 2, n, 1000000}) {
+            m.maxIterations = cap;
+            const std::vector<int> depths = m.labelTriangleDepths();
+            ASSERT_EQ(depths, referenceDepths(m)) << "cap " << cap;
+        }
+    }
 }
 
 TEST(HoleRemoval, FloodCapLeavesUnvisitedTrianglesOdd) {
