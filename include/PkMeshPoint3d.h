@@ -21,16 +21,18 @@ public:
     };
 
     /// Point (0, 0, 0), flags 0, triangle index -1.
-    PkMeshPoint3d();
-    PkMeshPoint3d(const PkMeshPoint3d& other);
+    PkMeshPoint3d() : flags(0), triangleIndex(-1), point(0.0, 0.0, 0.0) {}
+    // Defaulted here, not in the library: the type stays trivially copyable, so vertex lists of
+    // millions of entries copy as plain memory.
+    PkMeshPoint3d(const PkMeshPoint3d& other) = default;
     /// Point := p, type kRegular, triangle index -1.
-    PkMeshPoint3d(PkGePoint3d p);
+    PkMeshPoint3d(PkGePoint3d p) : flags(0), triangleIndex(-1), point(p) {}
     /// Point := p, type := (type AND 7), triangle index -1.
     PkMeshPoint3d(PkGePoint3d p, PkMeshPoint3d::Type& type);
 
     void setTriangleIndex(int triangle);
     /// Copies flags, point and triangle index.
-    PkMeshPoint3d& operator=(const PkMeshPoint3d& other);
+    PkMeshPoint3d& operator=(const PkMeshPoint3d& other) = default;
 
     /// The vertex position.
     PkGePoint3d getPoint() const;

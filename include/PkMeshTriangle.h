@@ -17,11 +17,13 @@
 class RYTRIANGULATION_EXPORT PkMeshTriangle {
 public:
     /// Vertices -1, neighbours -1, flags 0.
-    PkMeshTriangle();
-    PkMeshTriangle(const PkMeshTriangle& other);
+    PkMeshTriangle() : vertex{-1, -1, -1}, neighbor{-1, -1, -1}, flags(0) {}
+    // Defaulted here, not in the library: the type stays trivially copyable, so the meshes of
+    // millions of triangles that hosts and the library copy move as plain memory.
+    PkMeshTriangle(const PkMeshTriangle& other) = default;
     /// Copy the whole record (vertices, neighbours, flags).
-    PkMeshTriangle& operator=(const PkMeshTriangle& other);
-    PkMeshTriangle& operator=(PkMeshTriangle&& other);
+    PkMeshTriangle& operator=(const PkMeshTriangle& other) = default;
+    PkMeshTriangle& operator=(PkMeshTriangle&& other) = default;
 
     /// True when any vertex index is negative (the ghost vertex -2, or -1 for none).
     bool isGhostTri();

@@ -1,5 +1,7 @@
 #include "PkMeshTriangle.h"
 
+#include <type_traits>
+
 namespace {
 
 int clampPosition(int k) {
@@ -9,14 +11,8 @@ int clampPosition(int k) {
 }  // namespace
 
 static_assert(sizeof(PkMeshTriangle) == 7 * sizeof(int), "PkMeshTriangle must stay 28 bytes");
-
-PkMeshTriangle::PkMeshTriangle() : vertex{-1, -1, -1}, neighbor{-1, -1, -1}, flags(0) {}
-
-PkMeshTriangle::PkMeshTriangle(const PkMeshTriangle& other) = default;
-
-PkMeshTriangle& PkMeshTriangle::operator=(const PkMeshTriangle& other) = default;
-
-PkMeshTriangle& PkMeshTriangle::operator=(PkMeshTriangle&& other) = default;
+static_assert(std::is_trivially_copyable<PkMeshTriangle>::value,
+              "PkMeshTriangle copies must stay plain memory copies");
 
 bool PkMeshTriangle::isGhostTri() {
     return vertex[0] < 0 || vertex[1] < 0 || vertex[2] < 0;
