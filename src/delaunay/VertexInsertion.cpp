@@ -15,6 +15,19 @@ inline void setTriangle(PkMeshTriangle& t, int v0, int v1, int v2, int n0, int n
     setAuxFromVertices(t);
 }
 
+/// Points x's link to `oldIndex` at `newIndex`; nothing when x is out of range or has no such
+/// link.
+inline void replaceNeighborIn(PkMeshTriangle* tris, int count, int x, int oldIndex, int newIndex) {
+    if (x < 0 || x >= count) return;
+    int* n = triNbrs(tris[x]);
+    for (int k = 0; k < 3; ++k) {
+        if (n[k] == oldIndex) {
+            n[k] = newIndex;
+            return;
+        }
+    }
+}
+
 }  // namespace
 
 PkTriangulationStatus RyTriangulationImpl::insertVertexByLocator(int vertex) {
@@ -73,14 +86,7 @@ PkTriangulationStatus RyTriangulationImpl::locateAndInsert(const View& view,
 }
 
 void RyTriangulationImpl::replaceNeighbor(int x, int oldIndex, int newIndex) {
-    if (x < 0 || x >= int(triangles.size())) return;
-    int* n = triNbrs(triangles[std::size_t(x)]);
-    for (int k = 0; k < 3; ++k) {
-        if (n[k] == oldIndex) {
-            n[k] = newIndex;
-            return;
-        }
-    }
+    replaceNeighborIn(triangles.data(), int(triangles.size()), x, oldIndex, newIndex);
 }
 
 PkTriangulationStatus RyTriangulationImpl::insertVertexAt(CheckList& list,
@@ -228,15 +234,25 @@ template <class View>
 PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view,
                                                                 int p,
                                                                 const CheckList& list) {
-    flipStack.clear();
-    for (int i = 0; i < list.count; ++i) flipStack.push_back(list.items[i]);
+    // The loop keeps its state in locals: the stack, the band, the limit and the triangle array
+    // (a flip allocates nothing, so the array stays put). Held in members, each store into the
+    // mesh could alias them, and the compiler would reload them all after every flip.
+    constexpr std::size_t kInitialStack = 64;
+    if (flipStack.size() < kInitialStack) flipStack.resize(kInitialStack);
+    int* stack = flipStack.data();
+    std::size_t capacity = flipStack.size();
+    std::size_t top = 0;
+    for (int i = 0; i < list.count; ++i) stack[top++] = list.items[i];
+    PkMeshTriangle* const tris = triangles.data();
     const int triangleCount = int(triangles.size());
+    const double tol = band;
+    const int limit = maxIterations;
+    const bool anyConstraint = !constraintEdges.empty();
 
     int count = 0;
-    while (!flipStack.empty()) {
-        const int t = flipStack.back();
-        flipStack.pop_back();
-        const PkMeshTriangle& T = triangles[std::size_t(t)];
+    while (top > 0) {
+        const int t = stack[--top];
+        PkMeshTriangle& T = tris[t];
         const int* tv = triVerts(T);
         const int* tn = triNbrs(T);
         const int i = tv[0] == p ? 0 : (tv[1] == p ? 1 : 2);
@@ -248,7 +264,7 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
         if (u < 0) continue;
         if (u >= triangleCount) return StatusFailed;
 
-        const PkMeshTriangle& U = triangles[std::size_t(u)];
+        PkMeshTriangle& U = tris[u];
         const int* uv = triVerts(U);
         const int* un = triNbrs(U);
         int D, nAD, nDC;
@@ -269,16 +285,15 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
             // vertex, i.e. D lies strictly on the outer side of the line through p.
             const double* pp = view.xy(p);
             if (A == GhostVertex) {
-                flip = classifyPointSide(view.xy(D), view.xy(C), pp, band) == kLeft;
+                flip = classifyPointSide(view.xy(D), view.xy(C), pp, tol) == kLeft;
             } else {
-                flip = classifyPointSide(view.xy(A), view.xy(D), pp, band) == kLeft;
+                flip = classifyPointSide(view.xy(A), view.xy(D), pp, tol) == kLeft;
             }
             if (!flip) continue;
         } else if (!tGhost && !uGhost) {
-            const bool constrained =
-                !constraintEdges.empty() && constraintEdges.count(PkMeshEdge(A, C)) != 0;
+            const bool constrained = anyConstraint && constraintEdges.count(PkMeshEdge(A, C)) != 0;
             flip = !constrained &&
-                   classifyInCircle(view.xy(p), view.xy(A), view.xy(D), view.xy(C), band) ==
+                   classifyInCircle(view.xy(p), view.xy(A), view.xy(D), view.xy(C), tol) ==
                        kInsideCircle;
             // The band can put a vertex on an edge that it only lies near (beyond its end),
             // which folds the triangles there. A flip that would leave A or C with two
@@ -288,45 +303,34 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
             if (flip && (nPA == nAD || nDC == nCP || D == p)) flip = false;
         }
         if (flip) {
-            flipEdge(view, t, u, nPA, nAD, nDC, nCP, p, A, D, C);
-            flipStack.push_back(t);
-            flipStack.push_back(u);
+            if (top + 2 > capacity) {
+                flipStack.resize(2 * capacity);  // may throw: nothing is flipped yet
+                stack = flipStack.data();
+                capacity = flipStack.size();
+            }
+            // Edge A-C becomes p-D: t = (p, A, C) and u = (C, A, D) become t = (p, A, D) and
+            // u = (D, C, p). D is never the ghost vertex: flips happen between two real or two
+            // ghost triangles, and a new ghost triangle keeps the ghost vertex at position 2.
+            if (A == GhostVertex) {
+                setTriangle(T, D, p, GhostVertex, u, nPA, nAD);
+                setTriangle(U, D, C, p, nDC, nCP, t);
+            } else if (C == GhostVertex) {
+                setTriangle(T, p, A, D, nPA, nAD, u);
+                setTriangle(U, p, D, GhostVertex, t, nDC, nCP);
+            } else {
+                setTriangle(T, p, A, D, nPA, nAD, u);
+                setTriangle(U, D, C, p, nDC, nCP, t);
+            }
+            replaceNeighborIn(tris, triangleCount, nAD, u, t);
+            replaceNeighborIn(tris, triangleCount, nCP, t, u);
+            if (p >= 0) view.triangle(p) = t;
+            if (A >= 0) view.triangle(A) = t;
+            if (D >= 0) view.triangle(D) = t;
+            if (C >= 0) view.triangle(C) = u;
+            stack[top++] = t;
+            stack[top++] = u;
         }
-        if (++count > maxIterations) return StatusIterationLimit;
+        if (++count > limit) return StatusIterationLimit;
     }
     return StatusOk;
-}
-
-template <class View>
-void RyTriangulationImpl::flipEdge(const View& view,
-                                   int t,
-                                   int u,
-                                   int nPA,
-                                   int nAD,
-                                   int nDC,
-                                   int nCP,
-                                   int p,
-                                   int A,
-                                   int D,
-                                   int C) {
-    // D is never the ghost vertex: flips happen between two real or two ghost triangles, and a
-    // new ghost triangle keeps the ghost vertex at position 2.
-    PkMeshTriangle& T = triangles[std::size_t(t)];
-    PkMeshTriangle& U = triangles[std::size_t(u)];
-    if (A == GhostVertex) {
-        setTriangle(T, D, p, GhostVertex, u, nPA, nAD);
-        setTriangle(U, D, C, p, nDC, nCP, t);
-    } else if (C == GhostVertex) {
-        setTriangle(T, p, A, D, nPA, nAD, u);
-        setTriangle(U, p, D, GhostVertex, t, nDC, nCP);
-    } else {
-        setTriangle(T, p, A, D, nPA, nAD, u);
-        setTriangle(U, D, C, p, nDC, nCP, t);
-    }
-    replaceNeighbor(nAD, u, t);
-    replaceNeighbor(nCP, t, u);
-    if (p >= 0) view.triangle(p) = t;
-    if (A >= 0) view.triangle(A) = t;
-    if (D >= 0) view.triangle(D) = t;
-    if (C >= 0) view.triangle(C) = u;
 }

@@ -140,18 +140,6 @@ struct RyTriangulationImpl {
     template <class View>
     PkTriangulationStatus legalizeAroundVertex(const View& view, int p, const CheckList& list);
     void replaceNeighbor(int x, int oldIndex, int newIndex);
-    template <class View>
-    void flipEdge(const View& view,
-                  int t,
-                  int u,
-                  int nPA,
-                  int nAD,
-                  int nDC,
-                  int nCP,
-                  int p,
-                  int A,
-                  int D,
-                  int C);
 
     // --- constraints -------------------------------------------------------------------------
     PkTriangulationStatus delaunayTriangulationWithConstraints(
