@@ -756,6 +756,38 @@ TEST(VertexKdTree, TiesGoToTheFirstVertexMet) {
     }
 }
 
+// One leaf holds up to 64 entries, so every tree below is a single bucket, scanned in insertion
+// order: the answer is the first inserted vertex at the smallest distance. Points on a 3 x 3
+// grid with repeats, queried at grid and half-grid positions, tie at every size and position
+// (first or second of a pair, the odd last entry).
+TEST(VertexKdTree, BucketScanKeepsTheFirstOfEqualDistances) {
+    std::mt19937 rng(17);
+    std::uniform_int_distribution<int> cell(0, 2);
+    for (int size = 1; size <= VertexKdTree::BucketCapacity; ++size) {
+        std::vector<PkMeshPoint3d> vertices;
+        for (int i = 0; i < size; ++i) vertices.push_back(vertexAt(cell(rng), cell(rng)));
+        VertexKdTree tree;
+        for (int v = 0; v < size; ++v) tree.insertVertex(v, vertices);
+        ASSERT_EQ(tree.nodes.size(), 1u);
+        for (int qx = -1; qx <= 5; ++qx) {
+            for (int qy = -1; qy <= 5; ++qy) {
+                const double q[2] = {0.5 * qx, 0.5 * qy};
+                int expected = -1;
+                double best = std::numeric_limits<double>::max();
+                for (int v = 0; v < size; ++v) {
+                    const PkGePoint3d p = vertices[std::size_t(v)].getPoint();
+                    const double d = (q[0] - p.x) * (q[0] - p.x) + (q[1] - p.y) * (q[1] - p.y);
+                    if (d < best) best = d, expected = v;
+                }
+                int nearest = -1;
+                tree.findNearestVertex(vertexAt(q[0], q[1]), vertices, nearest);
+                ASSERT_EQ(nearest, expected)
+                    << "size " << size << " query " << q[0] << ", " << q[1];
+            }
+        }
+    }
+}
+
 TEST(VertexKdTree, ResultIsACopyOfTheVertexRecord) {
     PkMeshPoint3d::Type excluded = PkMeshPoint3d::kExcluded;
     std::vector<PkMeshPoint3d> vertices{vertexAt(0, 0, 1.5),

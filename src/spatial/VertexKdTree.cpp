@@ -232,6 +232,9 @@ PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
             }
             continue;
         }
+        // Both children are read soon (the far one unless pruned): start their loads now.
+        __builtin_prefetch(&nodes[std::size_t(n.child0)]);
+        __builtin_prefetch(&nodes[std::size_t(n.child1)]);
         const Box box{{e.boxMinX, e.boxMinY}, {e.boxMaxX, e.boxMaxY}};
         const double mid = splitMid(box, e.axis);
         const double gap = qp[e.axis] - mid;

@@ -12,18 +12,20 @@
 
 #include "PkMeshPoint3d.h"
 
+/// What a descent reads (children, extent) comes first and together, the leaf's lists after it:
+/// a search through inner nodes touches 40 contiguous bytes per level.
 struct KdNode {
     int child0 = 0;  ///< child on the low side of the split
     int child1 = 0;  ///< child on the high side; child0 == child1 marks a leaf
-    std::vector<int> bucket;
-    /// x, y of each bucket entry, in bucket order: a leaf scan reads no vertex records.
-    std::vector<double> coords;
     /// Bounding box of every point stored below this node (min x, min y, max x, max y; empty
     /// when min > max). Only used to skip subtrees that cannot hold a strictly nearer point.
     double extent[4] = {std::numeric_limits<double>::infinity(),
                         std::numeric_limits<double>::infinity(),
                         -std::numeric_limits<double>::infinity(),
                         -std::numeric_limits<double>::infinity()};
+    /// x, y of each bucket entry, in bucket order: a leaf scan reads no vertex records.
+    std::vector<double> coords;
+    std::vector<int> bucket;
 };
 
 struct KdSearchEntry {
