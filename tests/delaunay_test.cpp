@@ -604,6 +604,136 @@ TEST(InsertionOrder, SpatialSortSortsTheFirstEighthSeparately) {
     }
 }
 
+using OrderIt = std::vector<int>::iterator;
+
+/// Index a before index b along `axis`: ascending when `up`, else descending.
+bool hilbertBefore(const std::vector<PkMeshPoint3d>& v, int axis, bool up, int a, int b) {
+    const double ca = vertexXY(v[std::size_t(a)])[axis];
+    const double cb = vertexXY(v[std::size_t(b)])[axis];
+    return up ? ca < cb : ca > cb;
+}
+
+/// The multiscale Hilbert sort exactly as its rules read, on the index vector with the standard
+/// selection: the oracle for the library's sort, which selects on key copies with sampling
+/// shortcuts on large ranges.
+void referenceHilbertSort(
+    OrderIt begin, OrderIt end, const std::vector<PkMeshPoint3d>& v, int axis, bool ux, bool uy) {
+    auto split = [&v](OrderIt lo, OrderIt hi, int ax, bool up) {
+        if (lo >= hi) return lo;
+        const OrderIt mid = lo + (hi - lo) / 2;
+        std::nth_element(
+            lo, mid, hi, [&v, ax, up](int a, int b) { return hilbertBefore(v, ax, up, a, b); });
+        return mid;
+    };
+    while (end - begin > 1) {
+        const int other = 1 - axis;
+        const OrderIt m2 = split(begin, end, axis, ux);
+        const OrderIt m1 = split(begin, m2, other, uy);
+        const OrderIt m3 = split(m2, end, other, !uy);
+        referenceHilbertSort(begin, m1, v, other, uy, ux);
+        referenceHilbertSort(m1, m2, v, axis, ux, uy);
+        referenceHilbertSort(m2, m3, v, axis, ux, uy);
+        begin = m3;
+        const int nextAxis = other;
+        const bool nextUx = !uy, nextUy = !ux;
+        axis = nextAxis, ux = nextUx, uy = nextUy;
+    }
+}
+
+void referenceSpatialSort(OrderIt begin, OrderIt end, const std::vector<PkMeshPoint3d>& v) {
+    OrderIt middle = begin;
+    if (end - begin > 64) {
+        middle = begin + std::ptrdiff_t(double(end - begin) * 0.125);
+        referenceSpatialSort(begin, middle, v);
+    }
+    referenceHilbertSort(middle, end, v, 0, false, false);
+}
+
+/// Walks the recursion of the Hilbert sort over a finished order and counts the splits that
+/// break the median rule: every split leaves no entry of its front part ordered after an entry
+/// of its back part (the later sorting of each part keeps that). With equal coordinates the
+/// order itself is open, this rule is not.
+std::size_t countBrokenSplits(
+    OrderIt begin, OrderIt end, const std::vector<PkMeshPoint3d>& v, int axis, bool ux, bool uy) {
+    std::size_t broken = 0;
+    auto split = [&v, &broken](OrderIt lo, OrderIt hi, int ax, bool up) {
+        if (lo >= hi) return lo;
+        const OrderIt mid = lo + (hi - lo) / 2;
+        auto before = [&v, ax, up](int a, int b) { return hilbertBefore(v, ax, up, a, b); };
+        if (lo < mid && mid < hi &&
+            before(*std::min_element(mid, hi, before), *std::max_element(lo, mid, before))) {
+            ++broken;
+        }
+        return mid;
+    };
+    while (end - begin > 1) {
+        const int other = 1 - axis;
+        const OrderIt m2 = split(begin, end, axis, ux);
+        const OrderIt m1 = split(begin, m2, other, uy);
+        const OrderIt m3 = split(m2, end, other, !uy);
+        broken += countBrokenSplits(begin, m1, v, other, uy, ux);
+        broken += countBrokenSplits(m1, m2, v, axis, ux, uy);
+        broken += countBrokenSplits(m2, m3, v, axis, ux, uy);
+        begin = m3;
+        const bool nextUx = !uy, nextUy = !ux;
+        axis = other, ux = nextUx, uy = nextUy;
+    }
+    return broken;
+}
+
+std::size_t countBrokenSpatialSplits(OrderIt begin,
+                                     OrderIt end,
+                                     const std::vector<PkMeshPoint3d>& v) {
+    OrderIt middle = begin;
+    std::size_t broken = 0;
+    if (end - begin > 64) {
+        middle = begin + std::ptrdiff_t(double(end - begin) * 0.125);
+        broken += countBrokenSpatialSplits(begin, middle, v);
+    }
+    return broken + countBrokenSplits(middle, end, v, 0, false, false);
+}
+
+// Large inputs take the sampled selection at the upper levels. With distinct coordinates the
+// order is fully determined, so it must equal the transcription's; with many equal coordinates
+// (grids, a line, repeated points) only the median rule of every split is fixed.
+TEST(InsertionOrder, LargeSortsFollowTheMedianRules) {
+    struct Case {
+        const char* name;
+        Points points;
+        bool distinct;
+    };
+    Points repeated = rytest::uniformPoints(3000, 52);
+    for (int k = 0; k < 4; ++k) repeated.insert(repeated.end(), repeated.begin(), repeated.end());
+    const Case cases[] = {
+        {"uniform", rytest::uniformPoints(70000, 50), true},
+        {"clusters", rytest::gaussianClusters(30000, 5, 51), true},
+        {"just above one sample", rytest::uniformPoints(4097 * 8 / 7 + 2, 53), true},
+        {"grid", rytest::integerGrid(250, 200), false},
+        {"line with few off", rytest::lineWithFewOff(20000, 9, 54), false},
+        {"every point sixteen times", repeated, false},
+    };
+    for (const Case& c : cases) {
+        std::vector<PkMeshPoint3d> vertices(c.points.begin(), c.points.end());
+        const std::vector<int> start = shuffled(int(vertices.size()));
+        std::vector<int> order = start;
+        spatialSort(order, vertices);
+
+        std::vector<int> seen(order);
+        std::sort(seen.begin(), seen.end());
+        for (std::size_t i = 0; i < seen.size(); ++i) ASSERT_EQ(seen[i], int(i)) << c.name;
+        EXPECT_EQ(countBrokenSpatialSplits(order.begin(), order.end(), vertices), 0u) << c.name;
+        if (c.distinct) {
+            std::vector<int> expected = start;
+            referenceSpatialSort(expected.begin(), expected.end(), vertices);
+            EXPECT_EQ(order, expected) << c.name;
+        }
+
+        // The rule check itself notices a misplaced entry: move the last entry to the front.
+        std::rotate(order.begin(), order.end() - 1, order.end());
+        EXPECT_GT(countBrokenSpatialSplits(order.begin(), order.end(), vertices), 0u) << c.name;
+    }
+}
+
 /// The sorted driver inserts on a copy numbered in insertion order and maps it back. Replays the
 /// same order through the record-indexed insertion, from the same `rand` state, and expects the
 /// identical record: every triangle slot, link and flag, every vertex's triangle, the status.
