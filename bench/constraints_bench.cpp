@@ -151,7 +151,8 @@ void BM_HolesConstraintInsertion(benchmark::State& state) {
 }
 
 // deleteOuterTrianglesAndHoles on one constrained mesh, its output emptied between runs.
-void BM_HolesRemoval(benchmark::State& state) {
+/// Hole removal alone, with the flood's per-level cap at `maxIterations` pops (`floodCap`).
+void runHolesRemoval(benchmark::State& state, int floodCap) {
     const Workload& w = holesWorkload(int(state.range(0)));
     RyTriangulation t;
     if (t.delaunayTriangulationWithConstraints(w.points, w.edges) != StatusOk) {
@@ -159,6 +160,7 @@ void BM_HolesRemoval(benchmark::State& state) {
         return;
     }
     RyTriangulationImpl& m = *RyTriangulationAccess::impl(t);
+    m.maxIterations = floodCap;
     for (auto _ : state) {
         state.PauseTiming();
         std::vector<PkMeshTriangle>().swap(m.meshTriangles);
@@ -168,6 +170,16 @@ void BM_HolesRemoval(benchmark::State& state) {
     }
     state.counters["kept"] = double(m.meshTriangles.size());
     state.counters["triangles"] = double(m.triangles.size());
+}
+
+void BM_HolesRemoval(benchmark::State& state) {
+    runHolesRemoval(state, 1000000);  // the default cap
+}
+
+// The same with a cap no flood reaches: every triangle is labelled (the default cap stops the
+// 1e6-point workload's first flood about half way).
+void BM_HolesRemovalFullFlood(benchmark::State& state) {
+    runHolesRemoval(state, 1 << 30);
 }
 
 // What a host pays: construct, constrained call, hole removal, read the triangles back.
@@ -227,6 +239,7 @@ void BM_CrossingGridTotal(benchmark::State& state) {
 BENCHMARK(BM_HolesTriangulation)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HolesConstraintInsertion)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HolesRemoval)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_HolesRemovalFullFlood)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HolesTotal)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CrossingGridConstraintInsertion)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CrossingGridTotal)->Unit(benchmark::kMillisecond);

@@ -11,43 +11,90 @@
 
 namespace {
 
-/// Flat working state of one labelling: depths and crossing proposals indexed by triangle.
+/// One triangle as the flood reads it when popping it, 16 bytes: the neighbour across the edge
+/// opposite each vertex (by the rule of the flood), with bit 31 set when that edge joins two
+/// distinct constraint vertices (only those can be constraint edges), or kNoCell; and the depth.
+/// Checking a neighbour's depth brings in what popping it reads, and the cells are about half
+/// the size of the triangle records the flood would otherwise wander through.
+struct FloodCell {
+    int across[3];
+    int depth;
+};
+constexpr int kNoCell = -1;
+constexpr unsigned kCandidateBit = 0x80000000u;
+
+/// Flat working state of one labelling, indexed by triangle.
 struct DepthLabelling {
-    std::vector<int> depths;
+    std::vector<FloodCell> cells;
     std::vector<int> depthStack;
     std::vector<int> proposal;  ///< level proposed across a constraint in this flood; 0 = none
     std::vector<int> proposed;  ///< triangles that received a proposal in this flood
-    /// Only edges between two constraint vertices can be constraint edges: this filter spares
-    /// the hash lookup for almost every edge of a large mesh. One bit per vertex, so that it
-    /// stays in cache while the flood reads it in the vertices' (arbitrary) input order.
-    std::vector<std::uint64_t> constraintVertex;
-    bool isConstraintVertex(int v) const {
-        return (constraintVertex[std::size_t(v) >> 6] >> (unsigned(v) & 63u)) & 1u;
-    }
 };
 
-}  // namespace
-
-std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
-    const int n = int(triangles.size());
-    DepthLabelling s;
-    s.depths.assign(std::size_t(n), UnvisitedDepth);
-    s.proposal.assign(std::size_t(n), 0);
-    s.constraintVertex.assign((vertices.size() + 63) / 64, 0);
-    for (const PkMeshEdge& e : constraintEdges) {
+/// One bit per vertex: an endpoint of some constraint edge. Small enough to stay in cache while
+/// it is read in the vertices' (arbitrary) input order.
+std::vector<std::uint64_t> constraintVertexBits(const EdgeSet& edges, int vertexCount) {
+    std::vector<std::uint64_t> bits((std::size_t(vertexCount) + 63) / 64, 0);
+    for (const PkMeshEdge& e : edges) {
         for (int v : {e.EdgeIndex1(), e.EdgeIndex2()}) {
-            if (v >= 0 && v < int(vertices.size())) {
-                s.constraintVertex[std::size_t(v) >> 6] |= std::uint64_t(1) << (unsigned(v) & 63u);
+            if (v >= 0 && v < vertexCount) {
+                bits[std::size_t(v) >> 6] |= std::uint64_t(1) << (unsigned(v) & 63u);
+            }
+        }
+    }
+    return bits;
+}
+
+/// Labels every triangle of `mesh` with its depth (in the cells' `depth`).
+std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
+    const std::vector<PkMeshTriangle>& triangles = mesh.triangles;
+    const EdgeSet& constraintEdges = mesh.constraintEdges;
+    const int maxIterations = mesh.maxIterations;
+    constexpr int UnvisitedDepth = RyTriangulationImpl::UnvisitedDepth;
+    const int n = int(triangles.size());
+    const int vertexCount = int(mesh.vertices.size());
+    DepthLabelling s;
+    s.proposal.assign(std::size_t(n), 0);
+    const std::vector<std::uint64_t> constraintVertex =
+        constraintVertexBits(constraintEdges, vertexCount);
+    auto isConstraintVertex = [&](int v) {
+        return v >= 0 && v < vertexCount &&
+               ((constraintVertex[std::size_t(v) >> 6] >> (unsigned(v) & 63u)) & 1u) != 0;
+    };
+
+    // The flood's view of every triangle, in one sequential pass.
+    s.cells.resize(std::size_t(n));
+    for (int i = 0; i < n; ++i) {
+        const PkMeshTriangle& T = triangles[std::size_t(i)];
+        const int* v = triVerts(T);
+        const int* nb = triNbrs(T);
+        const bool proper = v[0] != v[1] && v[1] != v[2] && v[0] != v[2];
+        FloodCell& c = s.cells[std::size_t(i)];
+        c.depth = UnvisitedDepth;
+        for (int k = 0; k < 3; ++k) {
+            // The edge opposite vertex k and the neighbour across it by the rule of
+            // getNeighborAcrossEdge (neighbour k+1 for a proper triangle).
+            const int p = v[nextLocalIndex(k)];
+            const int q = v[prevLocalIndex(k)];
+            const int lo = p < q ? p : q;
+            const int hi = p < q ? q : p;
+            const int m = proper     ? nb[nextLocalIndex(k)]
+                          : lo == hi ? getNeighborAcrossEdge(T, -1, -1)
+                                     : getNeighborAcrossEdge(T, lo, hi);
+            if (m < 0 || m >= n) {
+                c.across[k] = kNoCell;
+            } else if (lo != hi && isConstraintVertex(lo) && isConstraintVertex(hi)) {
+                c.across[k] = int(unsigned(m) | kCandidateBit);
+            } else {
+                c.across[k] = m;
             }
         }
     }
     auto isConstraint = [&](int a, int b, int& repeats) {
-        if (a < 0 || b < 0 || a >= int(vertices.size()) || b >= int(vertices.size())) return false;
-        if (!s.isConstraintVertex(a) || !s.isConstraintVertex(b)) return false;
         const PkMeshEdge e(a, b);
         if (constraintEdges.count(e) == 0) return false;
-        const auto r = constraintRepeats.find(e);
-        repeats = r == constraintRepeats.end() ? 0 : r->second;
+        const auto r = mesh.constraintRepeats.find(e);
+        repeats = r == mesh.constraintRepeats.end() ? 0 : r->second;
         return true;
     };
 
@@ -60,6 +107,7 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
         }
     }
 
+    FloodCell* const cells = s.cells.data();
     std::map<int, std::vector<int>> pendingLevels;
     long long maxPendingLevel = 0;
     int level = 0;
@@ -72,34 +120,29 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
             s.depthStack.pop_back();
             // Reaching t without a crossing voids any proposal made to it in this flood; the
             // proposals are read after the flood, where depth <= level tells that it was reached.
-            if (s.depths[std::size_t(t)] > level) s.depths[std::size_t(t)] = level;
-            const PkMeshTriangle& T = triangles[std::size_t(t)];
-            const int* v = triVerts(T);
-            const int* nb = triNbrs(T);
-            const bool proper = v[0] != v[1] && v[1] != v[2] && v[0] != v[2];
+            const FloodCell& c = cells[t];
+            if (cells[t].depth > level) cells[t].depth = level;
             for (int k = 0; k < 3; ++k) {
-                // The edge opposite vertex k, smaller index first, and the neighbour across it
-                // by the rule of getNeighborAcrossEdge (neighbour k+1 for a proper triangle).
-                const int p = v[nextLocalIndex(k)];
-                const int q = v[prevLocalIndex(k)];
-                const int lo = p < q ? p : q;
-                const int hi = p < q ? q : p;
-                const int m = proper     ? nb[nextLocalIndex(k)]
-                              : lo == hi ? getNeighborAcrossEdge(T, -1, -1)
-                                         : getNeighborAcrossEdge(T, lo, hi);
-                if (m < 0 || m >= n || s.depths[std::size_t(m)] <= level) continue;
+                const int across = c.across[k];
+                if (across == kNoCell) continue;
+                const int m = int(unsigned(across) & ~kCandidateBit);
+                if (cells[m].depth <= level) continue;
                 int repeats = 0;
-                if (lo != hi && isConstraint(lo, hi, repeats)) {
-                    // Levels are capped well below the int range; a crossing count that large
-                    // cannot come from a real input.
-                    const long long proposed = std::min<long long>((long long)level + 1 + repeats,
-                                                                   (long long)UnvisitedDepth - 1);
-                    if (s.proposal[std::size_t(m)] == 0) s.proposed.push_back(m);
-                    s.proposal[std::size_t(m)] = int(proposed);
-                } else {
-                    __builtin_prefetch(&triangles[std::size_t(m)]);  // popped soon: hide the miss
-                    s.depthStack.push_back(m);
+                if (across < 0) {
+                    const int* v = triVerts(triangles[std::size_t(t)]);
+                    const int p = v[nextLocalIndex(k)];
+                    const int q = v[prevLocalIndex(k)];
+                    if (isConstraint(p < q ? p : q, p < q ? q : p, repeats)) {
+                        // Levels are capped well below the int range; a crossing count that
+                        // large cannot come from a real input.
+                        const long long proposed = std::min<long long>(
+                            (long long)level + 1 + repeats, (long long)UnvisitedDepth - 1);
+                        if (s.proposal[std::size_t(m)] == 0) s.proposed.push_back(m);
+                        s.proposal[std::size_t(m)] = int(proposed);
+                        continue;
+                    }
                 }
+                s.depthStack.push_back(m);
             }
             if (processed >= maxIterations) {
                 capped = true;
@@ -112,7 +155,7 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
         for (int t : s.proposed) {
             const int d = s.proposal[std::size_t(t)];
             s.proposal[std::size_t(t)] = 0;
-            if (s.depths[std::size_t(t)] <= level || capped) continue;
+            if (cells[t].depth <= level || capped) continue;
             maxPendingLevel = std::max<long long>(maxPendingLevel, d);
             pendingLevels[d].push_back(t);
         }
@@ -126,14 +169,23 @@ std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
         if (s.depthStack.empty() && maxPendingLevel <= level) break;
         if (level >= UnvisitedDepth - 1) break;
     }
-    return s.depths;
+    return std::move(s.cells);
+}
+
+}  // namespace
+
+std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
+    const std::vector<FloodCell> cells = floodDepths(*this);
+    std::vector<int> depths(cells.size());
+    for (std::size_t i = 0; i < cells.size(); ++i) depths[i] = cells[i].depth;
+    return depths;
 }
 
 void RyTriangulationImpl::deleteOuterTrianglesAndHoles() {
-    const std::vector<int> depths = labelTriangleDepths();
+    const std::vector<FloodCell> cells = floodDepths(*this);
     const std::size_t n = triangles.size();
     if (meshTriangles.capacity() < n) meshTriangles.reserve(n);
-    for (int i = 0; i < int(triangles.size()); ++i) {
-        if (depths[std::size_t(i)] % 2 == 1) meshTriangles.push_back(triangles[std::size_t(i)]);
+    for (std::size_t i = 0; i < n; ++i) {
+        if (cells[i].depth % 2 == 1) meshTriangles.push_back(triangles[i]);
     }
 }
