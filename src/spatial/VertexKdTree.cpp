@@ -208,54 +208,66 @@ PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
     double best = kHuge;
     searchStack[0] =
         KdSearchEntry{root, boxMin[0], boxMin[1], boxMax[0], boxMax[1], rootAxis, kHuge};
+    const int nodeCount = int(nodes.size());
     int top = 0;
     while (top >= 0) {
         const KdSearchEntry e = searchStack[std::size_t(top)];
         --top;
-        if (e.bound > best) continue;
-        if (e.node < 0 || e.node >= int(nodes.size())) break;
-        const KdNode& n = nodes[std::size_t(e.node)];
-        // Beyond the described pruning, skip a subtree whose points all lie at least `best`
-        // away: only a strictly smaller distance replaces the best, so the sequence of bests,
-        // and with it every later decision and the result, is unchanged.
-        if (extentDistance(n.extent, qp) >= best) continue;
-        if (n.child0 == n.child1) {
-            const double* c = n.coords.data();
-            for (std::size_t i = 0; i < n.bucket.size(); ++i) {
-                const double dx = qp[0] - c[2 * i];
-                const double dy = qp[1] - c[2 * i + 1];
-                const double d = dx * dx + dy * dy;
-                if (d < best) {
-                    best = d;
-                    found = n.bucket[i];
-                }
+        int node = e.node;
+        int axis = e.axis;
+        Box box{{e.boxMinX, e.boxMinY}, {e.boxMaxX, e.boxMaxY}};
+        double bound = e.bound;
+        // Below an inner node the child on the query's side is pushed last and popped at once;
+        // going straight on to it is the same search without the round trip through the stack
+        // (the far child is pushed, and the stack grows, exactly as for two pushes).
+        for (;;) {
+            if (bound > best) break;
+            if (node < 0 || node >= nodeCount) {
+                top = -1;  // ends the search
+                break;
             }
-            continue;
-        }
-        // Both children are read soon (the far one unless pruned): start their loads now.
-        __builtin_prefetch(&nodes[std::size_t(n.child0)]);
-        __builtin_prefetch(&nodes[std::size_t(n.child1)]);
-        const Box box{{e.boxMinX, e.boxMinY}, {e.boxMaxX, e.boxMaxY}};
-        const double mid = splitMid(box, e.axis);
-        const double gap = qp[e.axis] - mid;
-        const double bound = gap * gap;
-        const int next = e.axis == 0 ? 1 : 0;
-        Box low = box;
-        low.hi[e.axis] = mid;
-        Box high = box;
-        high.lo[e.axis] = mid;
-        if (top + 2 >= int(searchStack.size())) searchStack.resize(searchStack.size() + StackChunk);
-        const KdSearchEntry lowEntry{
-            n.child0, low.lo[0], low.lo[1], low.hi[0], low.hi[1], next, bound};
-        const KdSearchEntry highEntry{
-            n.child1, high.lo[0], high.lo[1], high.hi[0], high.hi[1], next, bound};
-        // The child on the query's side goes on top and is visited first.
-        if (mid > qp[e.axis]) {
-            searchStack[std::size_t(++top)] = highEntry;
-            searchStack[std::size_t(++top)] = lowEntry;
-        } else {
-            searchStack[std::size_t(++top)] = lowEntry;
-            searchStack[std::size_t(++top)] = highEntry;
+            const KdNode& n = nodes[std::size_t(node)];
+            // Beyond the described pruning, skip a subtree whose points all lie at least `best`
+            // away: only a strictly smaller distance replaces the best, so the sequence of
+            // bests, and with it every later decision and the result, is unchanged.
+            if (extentDistance(n.extent, qp) >= best) break;
+            if (n.child0 == n.child1) {
+                const double* c = n.coords.data();
+                for (std::size_t i = 0; i < n.bucket.size(); ++i) {
+                    const double dx = qp[0] - c[2 * i];
+                    const double dy = qp[1] - c[2 * i + 1];
+                    const double d = dx * dx + dy * dy;
+                    if (d < best) {
+                        best = d;
+                        found = n.bucket[i];
+                    }
+                }
+                break;
+            }
+            // Both children are read soon (the far one unless pruned): start their loads now.
+            __builtin_prefetch(&nodes[std::size_t(n.child0)]);
+            __builtin_prefetch(&nodes[std::size_t(n.child1)]);
+            const double mid = splitMid(box, axis);
+            const double gap = qp[axis] - mid;
+            const int next = axis == 0 ? 1 : 0;
+            if (top + 2 >= int(searchStack.size()))
+                searchStack.resize(searchStack.size() + StackChunk);
+            Box far = box;
+            if (mid > qp[axis]) {
+                far.lo[axis] = mid;
+                box.hi[axis] = mid;
+                searchStack[std::size_t(++top)] = KdSearchEntry{
+                    n.child1, far.lo[0], far.lo[1], far.hi[0], far.hi[1], next, gap * gap};
+                node = n.child0;
+            } else {
+                far.hi[axis] = mid;
+                box.lo[axis] = mid;
+                searchStack[std::size_t(++top)] = KdSearchEntry{
+                    n.child0, far.lo[0], far.lo[1], far.hi[0], far.hi[1], next, gap * gap};
+                node = n.child1;
+            }
+            axis = next;
+            bound = gap * gap;
         }
     }
     if (found < 0) return PkMeshPoint3d();
