@@ -120,8 +120,8 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
             s.depthStack.pop_back();
             // Reaching t without a crossing voids any proposal made to it in this flood; the
             // proposals are read after the flood, where depth <= level tells that it was reached.
-            const FloodCell& c = cells[t];
-            if (cells[t].depth > level) cells[t].depth = level;
+            FloodCell& c = cells[t];
+            if (c.depth > level) c.depth = level;
             for (int k = 0; k < 3; ++k) {
                 const int across = c.across[k];
                 if (across == kNoCell) continue;
