@@ -613,11 +613,39 @@ bool hilbertBefore(const std::vector<PkMeshPoint3d>& v, int axis, bool up, int a
     return up ? ca < cb : ca > cb;
 }
 
+/// The recursion of the multiscale Hilbert sort over [begin, end), with `split` (lo, hi, axis,
+/// up) making each median split and returning its position: the oracle below sorts with it, the
+/// rule check only inspects.
+template <class Split>
+void hilbertRecursion(OrderIt begin, OrderIt end, int axis, bool ux, bool uy, Split& split) {
+    while (end - begin > 1) {
+        const int other = 1 - axis;
+        const OrderIt m2 = split(begin, end, axis, ux);
+        const OrderIt m1 = split(begin, m2, other, uy);
+        const OrderIt m3 = split(m2, end, other, !uy);
+        hilbertRecursion(begin, m1, other, uy, ux, split);
+        hilbertRecursion(m1, m2, axis, ux, uy, split);
+        hilbertRecursion(m2, m3, axis, ux, uy, split);
+        begin = m3;
+        const bool nextUx = !uy, nextUy = !ux;
+        axis = other, ux = nextUx, uy = nextUy;
+    }
+}
+
+template <class Split>
+void spatialRecursion(OrderIt begin, OrderIt end, Split& split) {
+    OrderIt middle = begin;
+    if (end - begin > 64) {
+        middle = begin + std::ptrdiff_t(double(end - begin) * 0.125);
+        spatialRecursion(begin, middle, split);
+    }
+    hilbertRecursion(middle, end, 0, false, false, split);
+}
+
 /// The multiscale Hilbert sort exactly as its rules read, on the index vector with the standard
 /// selection: the oracle for the library's sort, which selects on key copies with sampling
 /// shortcuts on large ranges.
-void referenceHilbertSort(
-    OrderIt begin, OrderIt end, const std::vector<PkMeshPoint3d>& v, int axis, bool ux, bool uy) {
+void referenceSpatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& v) {
     auto split = [&v](OrderIt lo, OrderIt hi, int ax, bool up) {
         if (lo >= hi) return lo;
         const OrderIt mid = lo + (hi - lo) / 2;
@@ -625,36 +653,14 @@ void referenceHilbertSort(
             lo, mid, hi, [&v, ax, up](int a, int b) { return hilbertBefore(v, ax, up, a, b); });
         return mid;
     };
-    while (end - begin > 1) {
-        const int other = 1 - axis;
-        const OrderIt m2 = split(begin, end, axis, ux);
-        const OrderIt m1 = split(begin, m2, other, uy);
-        const OrderIt m3 = split(m2, end, other, !uy);
-        referenceHilbertSort(begin, m1, v, other, uy, ux);
-        referenceHilbertSort(m1, m2, v, axis, ux, uy);
-        referenceHilbertSort(m2, m3, v, axis, ux, uy);
-        begin = m3;
-        const int nextAxis = other;
-        const bool nextUx = !uy, nextUy = !ux;
-        axis = nextAxis, ux = nextUx, uy = nextUy;
-    }
+    spatialRecursion(order.begin(), order.end(), split);
 }
 
-void referenceSpatialSort(OrderIt begin, OrderIt end, const std::vector<PkMeshPoint3d>& v) {
-    OrderIt middle = begin;
-    if (end - begin > 64) {
-        middle = begin + std::ptrdiff_t(double(end - begin) * 0.125);
-        referenceSpatialSort(begin, middle, v);
-    }
-    referenceHilbertSort(middle, end, v, 0, false, false);
-}
-
-/// Walks the recursion of the Hilbert sort over a finished order and counts the splits that
-/// break the median rule: every split leaves no entry of its front part ordered after an entry
-/// of its back part (the later sorting of each part keeps that). With equal coordinates the
-/// order itself is open, this rule is not.
-std::size_t countBrokenSplits(
-    OrderIt begin, OrderIt end, const std::vector<PkMeshPoint3d>& v, int axis, bool ux, bool uy) {
+/// Walks the recursion of the sort over a finished order and counts the splits that break the
+/// median rule: every split leaves no entry of its front part ordered after an entry of its back
+/// part (the later sorting of each part keeps that). With equal coordinates the order itself is
+/// open, this rule is not.
+std::size_t countBrokenSplits(std::vector<int>& order, const std::vector<PkMeshPoint3d>& v) {
     std::size_t broken = 0;
     auto split = [&v, &broken](OrderIt lo, OrderIt hi, int ax, bool up) {
         if (lo >= hi) return lo;
@@ -666,31 +672,8 @@ std::size_t countBrokenSplits(
         }
         return mid;
     };
-    while (end - begin > 1) {
-        const int other = 1 - axis;
-        const OrderIt m2 = split(begin, end, axis, ux);
-        const OrderIt m1 = split(begin, m2, other, uy);
-        const OrderIt m3 = split(m2, end, other, !uy);
-        broken += countBrokenSplits(begin, m1, v, other, uy, ux);
-        broken += countBrokenSplits(m1, m2, v, axis, ux, uy);
-        broken += countBrokenSplits(m2, m3, v, axis, ux, uy);
-        begin = m3;
-        const bool nextUx = !uy, nextUy = !ux;
-        axis = other, ux = nextUx, uy = nextUy;
-    }
+    spatialRecursion(order.begin(), order.end(), split);
     return broken;
-}
-
-std::size_t countBrokenSpatialSplits(OrderIt begin,
-                                     OrderIt end,
-                                     const std::vector<PkMeshPoint3d>& v) {
-    OrderIt middle = begin;
-    std::size_t broken = 0;
-    if (end - begin > 64) {
-        middle = begin + std::ptrdiff_t(double(end - begin) * 0.125);
-        broken += countBrokenSpatialSplits(begin, middle, v);
-    }
-    return broken + countBrokenSplits(middle, end, v, 0, false, false);
 }
 
 // Large inputs take the sampled selection at the upper levels. With distinct coordinates the
@@ -721,16 +704,16 @@ TEST(InsertionOrder, LargeSortsFollowTheMedianRules) {
         std::vector<int> seen(order);
         std::sort(seen.begin(), seen.end());
         for (std::size_t i = 0; i < seen.size(); ++i) ASSERT_EQ(seen[i], int(i)) << c.name;
-        EXPECT_EQ(countBrokenSpatialSplits(order.begin(), order.end(), vertices), 0u) << c.name;
+        EXPECT_EQ(countBrokenSplits(order, vertices), 0u) << c.name;
         if (c.distinct) {
             std::vector<int> expected = start;
-            referenceSpatialSort(expected.begin(), expected.end(), vertices);
+            referenceSpatialSort(expected, vertices);
             EXPECT_EQ(order, expected) << c.name;
         }
 
         // The rule check itself notices a misplaced entry: move the last entry to the front.
         std::rotate(order.begin(), order.end() - 1, order.end());
-        EXPECT_GT(countBrokenSpatialSplits(order.begin(), order.end(), vertices), 0u) << c.name;
+        EXPECT_GT(countBrokenSplits(order, vertices), 0u) << c.name;
     }
 }
 
