@@ -103,7 +103,10 @@ public:
     /// Appends every real triangle of the working mesh to the output list.
     void deleteGhostTriangle();
     /// Appends the triangles inside the constraint boundaries (odd number of crossings from the
-    /// outside; holes are even) to the output list.
+    /// outside; holes are even) to the output list. The crossings are counted by a flood that
+    /// makes at most 1000000 triangle visits per nesting level; what it has not reached by then
+    /// is appended too, ghost triangles (vertex -2) among them. Up to 250000 working triangles
+    /// (two per vertex) the flood always finishes.
     void deleteOuterTrianglesAndHoles();
 
     /// A copy of the output list. Vertex indices refer to getMeshVertices(); neighbour indices

@@ -40,6 +40,15 @@ constexpr int kExitOk = 0;
 constexpr int kExitStatus = 1;
 constexpr int kExitUsage = 2;
 
+// The inside rule counts boundary crossings by a flood, nesting level by nesting level, and the
+// library ends a level's flood after this many triangle visits: what it has not reached by then
+// counts as inside. A visit happens when a triangle is first reached or revisited from a stack
+// entry it had several of; each first visit adds at most three entries, so a level never needs
+// more than four visits per triangle of the mesh, and a mesh of at most a quarter as many
+// triangles is labelled in full.
+constexpr std::size_t kInsideRuleVisitLimit = 1000000;
+constexpr std::size_t kInsideRuleSafeTriangles = kInsideRuleVisitLimit / 4;
+
 const char* const kUsage =
     "Usage: rytri [options] INPUT\n"
     "       rytri --demo [--out-dir DIR] [options]\n"
@@ -589,6 +598,23 @@ int run(const Options& o) {
             triangulation.deleteGhostTriangle();
         }
         const std::vector<PkMeshTriangle> kept = triangulation.getMeshTriangles();
+        // A ghost triangle (a vertex -2, outside the hull) among the kept ones proves that the
+        // inside rule stopped early: the list is wrong, and no writer may index a vertex -2.
+        const auto ghost = std::find_if(kept.begin(), kept.end(), [](const PkMeshTriangle& t) {
+            return t.getVertexIndexAt(0) < 0 || t.getVertexIndexAt(1) < 0 ||
+                   t.getVertexIndexAt(2) < 0;
+        });
+        if (ghost != kept.end()) {
+            std::fprintf(stderr,
+                         "rytri: error: the inside rule stopped early on %s: it makes at most "
+                         "%zu triangle visits per nesting level of the boundaries, and what it did "
+                         "not reach (here even triangles outside the convex hull) counts as "
+                         "inside.\n"
+                         "rytri: try: --keep all, or split the site into smaller parts.\n",
+                         label.c_str(),
+                         kInsideRuleVisitLimit);
+            return kExitStatus;
+        }
         appendTriangles(kept, 0, kept.size(), mesh.triangles);
         if (keep == Keep::kInside) {
             // The finishing calls append to the output list, so running the ghost removal after
@@ -626,6 +652,18 @@ int run(const Options& o) {
     const double area = kept2dArea(mesh);
     std::size_t constraintCount = 0;
     for (const PkMeshEdge& e : edges) constraintCount += e.EdgeIndex1() >= 0 ? 1 : 0;
+    // Two triangle slots per vertex, ghost triangles included (first triangle: four slots).
+    const std::size_t meshSlots = mesh.vertices.size() < 2 ? 0 : 2 * mesh.vertices.size() - 2;
+    if (keep == Keep::kInside && meshSlots > kInsideRuleSafeTriangles && !o.quiet) {
+        std::fprintf(
+            stderr,
+            "rytri: warning: the inside rule makes at most %zu triangle visits per "
+            "nesting level of the boundaries and may have stopped early on these %zu: then "
+            "triangles outside the boundaries or in holes are kept too (compare the kept "
+            "area with the site's)\n",
+            kInsideRuleVisitLimit,
+            meshSlots);
+    }
     if (mesh.triangles.empty() && !o.quiet) {
         std::fprintf(stderr,
                      "rytri: warning: no triangle kept%s\n",
