@@ -658,9 +658,9 @@ int run(const Options& o) {
         std::fprintf(
             stderr,
             "rytri: warning: the inside rule makes at most %zu triangle visits per "
-            "nesting level of the boundaries and may have stopped early on these %zu: then "
-            "triangles outside the boundaries or in holes are kept too (compare the kept "
-            "area with the site's)\n",
+            "nesting level of the boundaries and may have stopped early on this mesh of %zu "
+            "triangles, keeping triangles outside the boundaries or in holes too (compare the "
+            "kept area with the site's)\n",
             kInsideRuleVisitLimit,
             meshSlots);
     }
