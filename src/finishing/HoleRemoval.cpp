@@ -58,8 +58,14 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
     const std::vector<std::uint64_t> constraintVertex =
         constraintVertexBits(constraintEdges, vertexCount);
     auto isConstraintVertex = [&](int v) {
-        return v >= 0 && v < vertexCount &&
+        return unsigned(v) < unsigned(vertexCount) &&
                ((constraintVertex[std::size_t(v) >> 6] >> (unsigned(v) & 63u)) & 1u) != 0;
+    };
+    // The cell entry for neighbour m across an edge, a candidate when both its ends are
+    // constraint vertices.
+    auto acrossEntry = [n](int m, bool candidate) {
+        if (unsigned(m) >= unsigned(n)) return kNoCell;
+        return candidate ? int(unsigned(m) | kCandidateBit) : m;
     };
 
     // The flood's view of every triangle, in one sequential pass.
@@ -68,26 +74,30 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
         const PkMeshTriangle& T = triangles[std::size_t(i)];
         const int* v = triVerts(T);
         const int* nb = triNbrs(T);
-        const bool proper = v[0] != v[1] && v[1] != v[2] && v[0] != v[2];
         FloodCell& c = s.cells[std::size_t(i)];
         c.depth = UnvisitedDepth;
+        if (v[0] != v[1] && v[1] != v[2] && v[0] != v[2]) {
+            // Proper triangle: the edge opposite vertex k joins vertices k+1 and k+2 (distinct)
+            // and its neighbour is neighbour k+1. One bit lookup per vertex serves two edges.
+            const bool f0 = isConstraintVertex(v[0]);
+            const bool f1 = isConstraintVertex(v[1]);
+            const bool f2 = isConstraintVertex(v[2]);
+            c.across[0] = acrossEntry(nb[1], f1 && f2);
+            c.across[1] = acrossEntry(nb[2], f2 && f0);
+            c.across[2] = acrossEntry(nb[0], f0 && f1);
+            continue;
+        }
         for (int k = 0; k < 3; ++k) {
-            // The edge opposite vertex k and the neighbour across it by the rule of
-            // getNeighborAcrossEdge (neighbour k+1 for a proper triangle).
+            // A repeated corner: the edge opposite vertex k and the neighbour across it by the
+            // rule of getNeighborAcrossEdge.
             const int p = v[nextLocalIndex(k)];
             const int q = v[prevLocalIndex(k)];
             const int lo = p < q ? p : q;
             const int hi = p < q ? q : p;
-            const int m = proper     ? nb[nextLocalIndex(k)]
-                          : lo == hi ? getNeighborAcrossEdge(T, -1, -1)
-                                     : getNeighborAcrossEdge(T, lo, hi);
-            if (m < 0 || m >= n) {
-                c.across[k] = kNoCell;
-            } else if (lo != hi && isConstraintVertex(lo) && isConstraintVertex(hi)) {
-                c.across[k] = int(unsigned(m) | kCandidateBit);
-            } else {
-                c.across[k] = m;
-            }
+            const int m =
+                lo == hi ? getNeighborAcrossEdge(T, -1, -1) : getNeighborAcrossEdge(T, lo, hi);
+            c.across[k] =
+                acrossEntry(m, lo != hi && isConstraintVertex(lo) && isConstraintVertex(hi));
         }
     }
     auto isConstraint = [&](int a, int b, int& repeats) {
