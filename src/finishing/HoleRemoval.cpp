@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <memory>
 
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationImpl.h"
@@ -23,11 +24,21 @@ struct FloodCell {
 constexpr int kNoCell = -1;
 constexpr unsigned kCandidateBit = 0x80000000u;
 
-/// Flat working state of one labelling, indexed by triangle.
+/// The cells of one labelling, indexed by triangle. Allocated without zero-filling: the build
+/// pass writes every cell before anything reads it.
+struct FloodCells {
+    std::unique_ptr<FloodCell[]> cells;
+    std::size_t size = 0;
+    const FloodCell& operator[](std::size_t i) const { return cells[i]; }
+};
+
+/// Working state of one labelling. While a triangle has not been reached its depth is
+/// UnvisitedDepth, or, after a crossing into it was found in the current flood, the level
+/// proposed there (above the current level, so the flood's tests read it as not reached). The
+/// proposals are moved out and the depth reset when the flood ends.
 struct DepthLabelling {
-    std::vector<FloodCell> cells;
+    FloodCells cells;
     std::vector<int> depthStack;
-    std::vector<int> proposal;  ///< level proposed across a constraint in this flood; 0 = none
     std::vector<int> proposed;  ///< triangles that received a proposal in this flood
 };
 
@@ -46,7 +57,7 @@ std::vector<std::uint64_t> constraintVertexBits(const EdgeSet& edges, int vertex
 }
 
 /// Labels every triangle of `mesh` with its depth (in the cells' `depth`).
-std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
+FloodCells floodDepths(const RyTriangulationImpl& mesh) {
     const std::vector<PkMeshTriangle>& triangles = mesh.triangles;
     const EdgeSet& constraintEdges = mesh.constraintEdges;
     const int maxIterations = mesh.maxIterations;
@@ -54,7 +65,6 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
     const int n = int(triangles.size());
     const int vertexCount = int(mesh.vertices.size());
     DepthLabelling s;
-    s.proposal.assign(std::size_t(n), 0);
     const std::vector<std::uint64_t> constraintVertex =
         constraintVertexBits(constraintEdges, vertexCount);
     auto isConstraintVertex = [&](int v) {
@@ -69,12 +79,13 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
     };
 
     // The flood's view of every triangle, in one sequential pass.
-    s.cells.resize(std::size_t(n));
+    s.cells.cells.reset(new FloodCell[std::size_t(n)]);
+    s.cells.size = std::size_t(n);
     for (int i = 0; i < n; ++i) {
         const PkMeshTriangle& T = triangles[std::size_t(i)];
         const int* v = triVerts(T);
         const int* nb = triNbrs(T);
-        FloodCell& c = s.cells[std::size_t(i)];
+        FloodCell& c = s.cells.cells[std::size_t(i)];
         c.depth = UnvisitedDepth;
         if (v[0] != v[1] && v[1] != v[2] && v[0] != v[2]) {
             // Proper triangle: the edge opposite vertex k joins vertices k+1 and k+2 (distinct)
@@ -117,7 +128,7 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
         }
     }
 
-    FloodCell* const cells = s.cells.data();
+    FloodCell* const cells = s.cells.cells.get();
     std::map<int, std::vector<int>> pendingLevels;
     long long maxPendingLevel = 0;
     int level = 0;
@@ -128,8 +139,8 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
         while (!s.depthStack.empty()) {
             const int t = s.depthStack.back();
             s.depthStack.pop_back();
-            // Reaching t without a crossing voids any proposal made to it in this flood; the
-            // proposals are read after the flood, where depth <= level tells that it was reached.
+            // Reaching t without a crossing voids any proposal made to it in this flood (held
+            // in its depth); after the flood, depth <= level tells that it was reached.
             FloodCell& c = cells[t];
             if (c.depth > level) c.depth = level;
             for (int k = 0; k < 3; ++k) {
@@ -147,8 +158,8 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
                         // large cannot come from a real input.
                         const long long proposed = std::min<long long>(
                             (long long)level + 1 + repeats, (long long)UnvisitedDepth - 1);
-                        if (s.proposal[std::size_t(m)] == 0) s.proposed.push_back(m);
-                        s.proposal[std::size_t(m)] = int(proposed);
+                        if (cells[m].depth == UnvisitedDepth) s.proposed.push_back(m);
+                        cells[m].depth = int(proposed);
                         continue;
                     }
                 }
@@ -163,9 +174,10 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
 
         pendingLevels.erase(level);
         for (int t : s.proposed) {
-            const int d = s.proposal[std::size_t(t)];
-            s.proposal[std::size_t(t)] = 0;
-            if (cells[t].depth <= level || capped) continue;
+            const int d = cells[t].depth;
+            if (d <= level) continue;  // reached in this flood after all
+            cells[t].depth = UnvisitedDepth;
+            if (capped) continue;
             maxPendingLevel = std::max<long long>(maxPendingLevel, d);
             pendingLevels[d].push_back(t);
         }
@@ -185,14 +197,14 @@ std::vector<FloodCell> floodDepths(const RyTriangulationImpl& mesh) {
 }  // namespace
 
 std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
-    const std::vector<FloodCell> cells = floodDepths(*this);
-    std::vector<int> depths(cells.size());
-    for (std::size_t i = 0; i < cells.size(); ++i) depths[i] = cells[i].depth;
+    const FloodCells cells = floodDepths(*this);
+    std::vector<int> depths(cells.size);
+    for (std::size_t i = 0; i < cells.size; ++i) depths[i] = cells[i].depth;
     return depths;
 }
 
 void RyTriangulationImpl::deleteOuterTrianglesAndHoles() {
-    const std::vector<FloodCell> cells = floodDepths(*this);
+    const FloodCells cells = floodDepths(*this);
     const std::size_t n = triangles.size();
     if (meshTriangles.capacity() < n) meshTriangles.reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
