@@ -7,18 +7,16 @@
 //     library skips);
 //   - on failure the message names the file, with a line number for a problem in the text.
 // RY_FUZZ_VERBOSE=1 prints each input's outcome.
-#include <unistd.h>
-
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 #include <system_error>
 
+#include "ScratchFiles.h"
 #include "io/SiteReaders.h"
 
 namespace {
@@ -26,33 +24,6 @@ namespace {
 [[noreturn]] void fail(const std::string& what, const std::string& detail) {
     std::fprintf(stderr, "reader_fuzz: %s\n%s\n", what.c_str(), detail.c_str());
     std::abort();
-}
-
-std::filesystem::path scratchPath() {
-    return std::filesystem::temp_directory_path() /
-           ("rytri_reader_fuzz_" + std::to_string(::getpid()));
-}
-
-void removeScratch() {
-    std::error_code ignored;
-    std::filesystem::remove_all(scratchPath(), ignored);
-}
-
-/// A directory of this process's own, removed at exit.
-const std::filesystem::path& scratchDir() {
-    static const std::filesystem::path dir = [] {
-        const std::filesystem::path d = scratchPath();
-        std::filesystem::create_directories(d);
-        std::atexit(removeScratch);
-        return d;
-    }();
-    return dir;
-}
-
-void writeFile(const std::filesystem::path& path, std::string_view bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), std::streamsize(bytes.size()));
-    if (!out) fail("cannot write scratch file", path.string());
 }
 
 void checkSite(const rytri::Site& site, bool objFormat, const std::string& path) {
@@ -85,22 +56,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view body(reinterpret_cast<const char*>(data + 1), size - 1);
     static const char* const kNames[] = {
         "points.xyz", "site.node", "site.poly", "site.obj", "points.xyz"};
-    const std::filesystem::path path = scratchDir() / kNames[format];
+    const std::filesystem::path path = scratch::directory("rytri_reader_fuzz") / kNames[format];
     std::string_view text = body, edgeText;
     if (format == 4) {
         const std::size_t cut = body.find('\0');
         text = body.substr(0, cut);
         edgeText = cut == std::string_view::npos ? std::string_view() : body.substr(cut + 1);
     }
-    writeFile(path, text);
+    scratch::writeFile(path, text);
 
     rytri::Site site;
     std::string error;
     bool ok = rytri::readSite(path.string(), site, error);
     std::string failedPath = path.string();
     if (ok && format == 4) {
-        const std::filesystem::path edges = scratchDir() / "edges.txt";
-        writeFile(edges, edgeText);
+        const std::filesystem::path edges = scratch::directory("rytri_reader_fuzz") / "edges.txt";
+        scratch::writeFile(edges, edgeText);
         ok = rytri::readEdgeList(edges.string(), site, error);
         if (!ok) failedPath = edges.string();
     }

@@ -9,18 +9,16 @@
 // The run must end with exit code 0, 1 or 2 (no crash, hang or sanitizer report), write its
 // outputs only on success, and every written .obj face must name vertices of the file.
 // RY_FUZZ_VERBOSE=1 shows the tool's own messages.
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
+
+#include "ScratchFiles.h"
 
 int rytriMain(int argc, char** argv);
 
@@ -29,33 +27,6 @@ namespace {
 [[noreturn]] void fail(const std::string& what) {
     std::fprintf(stderr, "tool_fuzz: %s\n", what.c_str());
     std::abort();
-}
-
-std::filesystem::path scratchPath() {
-    return std::filesystem::temp_directory_path() /
-           ("rytri_tool_fuzz_" + std::to_string(::getpid()));
-}
-
-void removeScratch() {
-    std::error_code ignored;
-    std::filesystem::remove_all(scratchPath(), ignored);
-}
-
-/// A directory of this process's own, removed at exit.
-const std::filesystem::path& scratchDir() {
-    static const std::filesystem::path dir = [] {
-        const std::filesystem::path d = scratchPath();
-        std::filesystem::create_directories(d);
-        std::atexit(removeScratch);
-        return d;
-    }();
-    return dir;
-}
-
-void writeFile(const std::filesystem::path& path, std::string_view bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), std::streamsize(bytes.size()));
-    if (!out) fail("cannot write scratch file " + path.string());
 }
 
 /// Every face of an .obj written by the tool names vertices 1..(number of 'v' lines).
@@ -89,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const unsigned options = data[1];
     const std::string_view body(reinterpret_cast<const char*>(data + 2), size - 2);
     static const char* const kNames[] = {"in.xyz", "in.node", "in.poly", "in.obj", "in.xyz"};
-    const std::filesystem::path& dir = scratchDir();
+    const std::filesystem::path& dir = scratch::directory("rytri_tool_fuzz");
     for (const auto& entry : std::filesystem::directory_iterator(dir))
         std::filesystem::remove(entry.path());
 
@@ -98,11 +69,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (format == 4) {
         const std::size_t cut = body.find('\0');
         text = body.substr(0, cut);
-        writeFile(dir / "edges.txt",
-                  cut == std::string_view::npos ? std::string_view() : body.substr(cut + 1));
+        scratch::writeFile(
+            dir / "edges.txt",
+            cut == std::string_view::npos ? std::string_view() : body.substr(cut + 1));
         args.insert(args.end(), {"--edges", (dir / "edges.txt").string()});
     }
-    writeFile(dir / kNames[format], text);
+    scratch::writeFile(dir / kNames[format], text);
 
     const bool nodeEle = (options & 32u) != 0;
     const std::filesystem::path out = dir / (nodeEle ? "out.ele" : "out.obj");
