@@ -27,6 +27,7 @@
 #include "PkMeshPoint3d.h"
 #include "PkMeshTriangle.h"
 #include "RyTriangulation.h"
+#include "mesh/HugePages.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/MeshFields.h"
 #include "mesh/RyTriangulationAccess.h"
@@ -500,6 +501,66 @@ TEST(LocalIndex, NextAndPrevAreInverseRotations) {
     }
     EXPECT_EQ(nextLocalIndex(2), 0);
     EXPECT_EQ(prevLocalIndex(0), 2);
+}
+
+// ---- Huge-page advice ---------------------------------------------------------------------------
+
+// The aligned interior is the largest run of whole 2 MB pages inside the range: checked against
+// the same bounds computed by division, on random ranges, ranges at page boundaries and ranges
+// reaching the top of the address space (where rounding up must not wrap).
+TEST(HugePages, InteriorIsTheLargestRunOfWholeAlignedPages) {
+    constexpr std::uintptr_t H = kHugePageBytes;
+    constexpr std::uintptr_t top = std::numeric_limits<std::uintptr_t>::max();
+    auto check = [](std::uintptr_t address, std::size_t bytes) {
+        SCOPED_TRACE(::testing::Message() << std::hex << address << " + " << bytes);
+        const HugePageSpan s = hugePageInterior(address, bytes);
+        // Oracle: first page start at or after address, last page end at or before the end.
+        const bool wraps = bytes > top - address;
+        const std::uintptr_t end = address + bytes;
+        const bool firstExists = address / H + (address % H != 0) <= top / H;
+        const std::uintptr_t first = (address / H + (address % H != 0)) * H;
+        const std::uintptr_t last = (end / H) * H;
+        if (wraps || !firstExists || last <= first) {
+            EXPECT_EQ(s.begin, s.end);
+            return;
+        }
+        EXPECT_EQ(s.begin, first);
+        EXPECT_EQ(s.end, last);
+        EXPECT_LE(address, s.begin);
+        EXPECT_LE(s.end - address, bytes);
+    };
+    std::mt19937_64 rng(11);
+    for (int i = 0; i < 2000; ++i) {
+        const std::uintptr_t page = rng() % (std::uintptr_t(1) << 30);
+        const std::uintptr_t offsets[] = {0, 1, H - 1, std::uintptr_t(rng() % H)};
+        const std::size_t sizes[] = {0, 1, H - 1, H, 2 * H, std::size_t(rng() % (8 * H))};
+        for (std::uintptr_t off : offsets) {
+            for (std::size_t size : sizes) {
+                check(page * H + off, size);
+                check(page * H + off, size + H - off);  // ends exactly on a page boundary
+            }
+        }
+    }
+    for (std::uintptr_t a : {top, top - 1, top - H + 1, top - H, top - 2 * H - 5}) {
+        for (std::size_t bytes : {std::size_t(0),
+                                  std::size_t(1),
+                                  std::size_t(H),
+                                  std::size_t(3 * H),
+                                  std::size_t(top)}) {
+            check(a, bytes);
+        }
+    }
+}
+
+// Advice on a live buffer keeps its contents, whatever the system does with it.
+TEST(HugePages, AdviceLeavesTheContentsAlone) {
+    std::vector<std::uint32_t> buffer(3 * kHugePageBytes / sizeof(std::uint32_t));
+    for (std::size_t i = 0; i < buffer.size(); ++i) buffer[i] = std::uint32_t(i * 2654435761u);
+    adviseHugePages(buffer.data(), buffer.size() * sizeof(std::uint32_t));
+    adviseHugePages(buffer.data() + 1, 7);  // too small: nothing to advise
+    for (std::size_t i = 0; i < buffer.size(); ++i) {
+        ASSERT_EQ(buffer[i], std::uint32_t(i * 2654435761u)) << i;
+    }
 }
 
 // ---- PkMeshPoint3d ------------------------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "mesh/HugePages.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationImpl.h"
 
@@ -42,6 +43,9 @@ PkTriangulationStatus RyTriangulationImpl::delaunayTriangulation(
     const int n = int(points.size());
     if (std::size_t(n) > vertices.capacity()) vertices.reserve(std::size_t(n));
     if (2 * std::size_t(n) > triangles.capacity()) triangles.reserve(2 * std::size_t(n));
+    // Advised before the first write touches them (a no-op on small inputs).
+    adviseHugePages(vertices.data(), vertices.capacity() * sizeof(PkMeshPoint3d));
+    adviseHugePages(triangles.data(), triangles.capacity() * sizeof(PkMeshTriangle));
     freeTriangles.clear();
     for (const PkGePoint3d& p : points) vertices.emplace_back(p);
 

@@ -1,0 +1,25 @@
+// Large mesh arrays are read in an order the address does not predict (the walk and the flips
+// jump across the whole mesh when vertices arrive shuffled), so with 4 KB pages nearly every
+// access also misses the TLB. Asking the kernel for 2 MB pages on those arrays removes most of
+// those misses. It is advice only: contents and results are the same with or without it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// The 2 MB-aligned part [begin, end) of the byte range [address, address + bytes); empty
+/// (begin == end) when the range holds no whole aligned 2 MB page.
+struct HugePageSpan {
+    std::uintptr_t begin;
+    std::uintptr_t end;
+};
+HugePageSpan hugePageInterior(std::uintptr_t address, std::size_t bytes);
+
+/// Advises transparent huge pages for the aligned interior of [data, data + bytes) when it
+/// spans at least `kMinHugePages` pages, before the pages are first touched. A no-op where the
+/// system has no such advice; failures are ignored (the pages stay small).
+void adviseHugePages(const void* data, std::size_t bytes);
+
+constexpr std::size_t kHugePageBytes = std::size_t(2) << 20;
+/// Below this many whole pages the TLB reach of small pages is enough.
+constexpr std::size_t kMinHugePages = 2;
