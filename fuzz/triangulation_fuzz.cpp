@@ -478,8 +478,8 @@ void checkCleanup(const Input& d) {
     require(pointsOnly.size() == points.size(), "the two clean-up forms disagree on the count");
     for (std::size_t i = 0; i < points.size(); ++i) {
         const PkGePoint3d& p = points[i];
-        require(std::isfinite(p.x) && std::isfinite(p.y) && p.z == 0.0,
-                "clean-up kept a non-finite or unprojected point");
+        require(!std::isnan(p.x) && !std::isnan(p.y) && p.z == 0.0,
+                "clean-up kept a NaN or unprojected point");
         require(sameBits(p.x, pointsOnly[i].x) && sameBits(p.y, pointsOnly[i].y),
                 "the two clean-up forms disagree on point " + std::to_string(i));
     }

@@ -72,14 +72,17 @@ public:
     ~RyTriangulation();
 
     /// Projects `points` onto `plane` (z becomes 0), sorts them by (x, y) and merges points
-    /// equal under PkGeContext::gTol. `tol` is not read. Non-finite points are dropped. The
-    /// array is replaced only at the end; on std::bad_alloc it is unchanged.
+    /// equal under PkGeContext::gTol. `tol` is not read. Points with a NaN coordinate in the
+    /// plane are dropped (they have no place in the order); infinite ones are kept and, under a
+    /// finite tolerance, merge with nothing. The array is replaced only at the end; on
+    /// std::bad_alloc it is unchanged.
     void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
                                  PkConvert2dVertex& plane,
                                  PkGeTol& tol);
     /// As above, and renumbers `edges` to the merged list: each end goes to the lowest merged
     /// position equal to its point. An edge whose ends merged, or that names a point outside the
-    /// array or a dropped non-finite point, becomes (-1, -1) in its place; no edge is removed.
+    /// array, a dropped point or a point no merged point equals (an infinite one under a finite
+    /// tolerance), becomes (-1, -1) in its place; no edge is removed.
     void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
                                  std::vector<PkMeshEdge>& edges,
                                  PkConvert2dVertex& plane,

@@ -108,7 +108,7 @@ struct Cleaned {
 };
 
 /// The rules written out plainly, including this library's choices for what they leave open:
-/// non-finite projected points are dropped, an end naming no projected point or matching
+/// projected points with a NaN coordinate are dropped, an end naming no projected point or matching
 /// nothing makes its edge (-1, -1).
 Cleaned reference(const std::vector<PkGePoint3d>& input,
                   const std::vector<PkMeshEdge>& edges,
@@ -128,7 +128,7 @@ Cleaned reference(const std::vector<PkGePoint3d>& input,
             known = false;
         }
         projected.push_back(q);
-        usable.push_back(known && std::isfinite(q.x) && std::isfinite(q.y));
+        usable.push_back(known && !std::isnan(q.x) && !std::isnan(q.y));
     }
 
     std::vector<int> order;
@@ -467,44 +467,75 @@ TEST(CleanupMerge, EmptyAndSinglePoint) {
     EXPECT_TRUE(sameEdges(edges, {PkMeshEdge()}));
 }
 
-TEST(CleanupMerge, NonFinitePointsAreDroppedAndVoidTheirEdges) {
+// NaN has no place in the order and is dropped; an infinity sorts like any value and stays,
+// but under a finite tolerance it equals nothing, not even its own copy, so its edges match
+// nothing. Under an infinite tolerance an infinite difference is within it (a NaN one never is).
+TEST(CleanupMerge, NaNPointsAreDroppedAndInfiniteOnesKeptUnmatched) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
-    std::vector<PkGePoint3d> points = {
-        P(nan, 0, 0), P(1, 1, 0), P(0, inf, 0), P(0, 0, nan), P(-inf, 2, 0), P(2, 2, 0)};
-    std::vector<PkMeshEdge> edges = {PkMeshEdge(0, 1),
-                                     PkMeshEdge(1, 3),
-                                     PkMeshEdge(2, 5),
-                                     PkMeshEdge(3, 5),
-                                     PkMeshEdge(4, 1),
-                                     PkMeshEdge(1, 5)};
+    const std::vector<PkGePoint3d> points = {P(nan, 0, 0),
+                                             P(1, 1, 0),
+                                             P(0, inf, 0),
+                                             P(0, 0, nan),
+                                             P(-inf, 2, 0),
+                                             P(2, 2, 0),
+                                             P(0, inf, 5)};
+    const std::vector<PkMeshEdge> edges = {PkMeshEdge(0, 1),
+                                           PkMeshEdge(1, 3),
+                                           PkMeshEdge(2, 5),
+                                           PkMeshEdge(3, 5),
+                                           PkMeshEdge(4, 1),
+                                           PkMeshEdge(1, 5)};
     std::vector<PkGePoint3d> xy = points;
     std::vector<PkMeshEdge> xyEdges = edges;
     deleteDuplicateVertices(xy, xyEdges, kXYPlane);
-    // z is not projected in the XY plane, so the NaN z of point 3 does not matter.
-    EXPECT_TRUE(sameBits(xy, {P(0, 0, 0), P(1, 1, 0), P(2, 2, 0)}));
+    // z is not projected in the XY plane, so the NaN z of point 3 does not matter; the two
+    // copies of (0, inf) both stay.
+    EXPECT_TRUE(sameBits(
+        xy, {P(-inf, 2, 0), P(0, 0, 0), P(0, inf, 0), P(0, inf, 0), P(1, 1, 0), P(2, 2, 0)}))
+        << describe(xy);
     EXPECT_TRUE(sameEdges(xyEdges,
                           {PkMeshEdge(),
-                           PkMeshEdge(0, 1),
+                           PkMeshEdge(1, 4),
                            PkMeshEdge(),
-                           PkMeshEdge(0, 2),
+                           PkMeshEdge(1, 5),
                            PkMeshEdge(),
-                           PkMeshEdge(1, 2)}))
+                           PkMeshEdge(4, 5)}))
         << describe(xyEdges);
 
-    // In the XZ plane point 3 is dropped instead, and point 2 (infinite y) survives.
+    // In the XZ plane point 3 is dropped instead, and point 2 (infinite y) becomes finite.
     std::vector<PkGePoint3d> xz = points;
     std::vector<PkMeshEdge> xzEdges = edges;
     deleteDuplicateVertices(xz, xzEdges, kXZPlane);
-    EXPECT_TRUE(sameBits(xz, {P(0, 0, 0), P(1, 0, 0), P(2, 0, 0)}));
+    EXPECT_TRUE(sameBits(xz, {P(-inf, 0, 0), P(0, 0, 0), P(0, 5, 0), P(1, 0, 0), P(2, 0, 0)}))
+        << describe(xz);
     EXPECT_TRUE(sameEdges(xzEdges,
                           {PkMeshEdge(),
                            PkMeshEdge(),
-                           PkMeshEdge(0, 2),
+                           PkMeshEdge(1, 4),
                            PkMeshEdge(),
                            PkMeshEdge(),
-                           PkMeshEdge(1, 2)}))
+                           PkMeshEdge(3, 4)}))
         << describe(xzEdges);
+
+    // Infinite tolerance: (-inf, 2) comes first and absorbs every point whose difference to it
+    // is not NaN, that is all of them; every end then matches position 0, and edges collapse.
+    const double saved = PkGeContext::gTol.equalPoint();
+    PkGeContext::gTol.setEqualPoint(inf);
+    std::vector<PkGePoint3d> all = points;
+    std::vector<PkMeshEdge> allEdges = edges;
+    deleteDuplicateVertices(all, allEdges, kXYPlane);
+    // Differences of like infinities are NaN, so these three all stay; each infinite end finds
+    // its lowest match by the scan: (-inf, -inf) matches only (0, inf), which matches position 0.
+    std::vector<PkGePoint3d> corners = {P(-inf, -inf), P(-inf, inf), P(0, inf)};
+    std::vector<PkMeshEdge> cornerEdges = {PkMeshEdge(0, 2), PkMeshEdge(1, 2)};
+    deleteDuplicateVertices(corners, cornerEdges, kXYPlane);
+    PkGeContext::gTol.setEqualPoint(saved);
+    EXPECT_TRUE(sameBits(all, {P(-inf, 2, 0)})) << describe(all);
+    EXPECT_TRUE(sameEdges(allEdges, std::vector<PkMeshEdge>(6, PkMeshEdge())))
+        << describe(allEdges);
+    EXPECT_TRUE(sameBits(corners, {P(-inf, -inf), P(-inf, inf), P(0, inf)})) << describe(corners);
+    EXPECT_TRUE(sameEdges(cornerEdges, {PkMeshEdge(0, 2), PkMeshEdge()})) << describe(cornerEdges);
 }
 
 // ---- renumbering ------------------------------------------------------------

@@ -67,10 +67,10 @@ int checkedCount(std::size_t size) {
     return int(size);
 }
 
-/// Projects, drops non-finite points, sorts and merges. `merged` receives the kept points;
-/// `position`, when given, receives for every caller index the merged position that its point
-/// was kept at or merged into, or -1 for a point that was not projected (non-finite or an
-/// unknown plane).
+/// Projects, drops points with a NaN coordinate, sorts and merges. `merged` receives the kept
+/// points; `position`, when given, receives for every caller index the merged position that its
+/// point was kept at or merged into, or -1 for a point that was not projected (NaN or an unknown
+/// plane).
 void projectSortMerge(const std::vector<PkGePoint3d>& points,
                       PkConvert2dVertex plane,
                       std::vector<PkGePoint3d>& merged,
@@ -82,8 +82,9 @@ void projectSortMerge(const std::vector<PkGePoint3d>& points,
         double u = 0.0;
         double v = 0.0;
         if (!project(points[std::size_t(i)], plane, u, v)) break;
-        // NaN would break the sort's strict weak ordering; an infinity has no neighbourhood.
-        if (std::isfinite(u) && std::isfinite(v)) records.push_back(Record{u, v, i});
+        // NaN would break the sort's strict weak ordering. Infinities sort as any value and
+        // stay: under a finite tolerance they merge with nothing, not even a copy of themselves.
+        if (!std::isnan(u) && !std::isnan(v)) records.push_back(Record{u, v, i});
     }
     if (position) position->assign(std::size_t(n), -1);
     std::sort(records.begin(), records.end(), RecordLess());
@@ -186,7 +187,17 @@ void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
         double u = 0.0;
         double v = 0.0;
         project(points[std::size_t(index)], plane, u, v);
-        return lowestEqualPosition(merged, PkGePoint3d(u, v, 0.0), hint, w);
+        const PkGePoint3d q(u, v, 0.0);
+        if (!std::isfinite(u) || !std::isfinite(v)) {
+            // Any difference with an infinity is infinite or NaN: only an infinite tolerance
+            // can match, and then the window argument no longer holds, so scan.
+            if (tol < std::numeric_limits<double>::infinity()) return -1;
+            for (std::size_t j = 0; j < merged.size(); ++j) {
+                if (merged[j].isEqualTo(q, PkGeContext::gTol)) return int(j);
+            }
+            return -1;
+        }
+        return lowestEqualPosition(merged, q, hint, w);
     };
 
     std::vector<PkMeshEdge> renumbered;
