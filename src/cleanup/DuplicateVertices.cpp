@@ -155,6 +155,46 @@ int lowestEqualPosition(const std::vector<PkGePoint3d>& merged,
     return -1;
 }
 
+/// Lowest matches of points with an infinite coordinate under an infinite tolerance. There two
+/// points are equal unless a coordinate difference is NaN, i.e. unless they hold the same
+/// infinity in x or in y, so the lowest match depends only on which infinities q holds: one
+/// pass finds it for each of the nine cases. A found position is confirmed with isEqualTo (the
+/// scan goes on from there should the host's measure disagree). A scan from the start for every
+/// end could cost n steps each: every kept point may hold the same infinity as q.
+class InfiniteMatches {
+public:
+    int lowest(const std::vector<PkGePoint3d>& merged, const PkGePoint3d& q) {
+        if (!built) build(merged);
+        const int start = first[kind(q.x)][kind(q.y)];
+        for (std::size_t j = std::size_t(start < 0 ? merged.size() : start); j < merged.size();
+             ++j) {
+            if (merged[j].isEqualTo(q, PkGeContext::gTol)) return int(j);
+        }
+        return -1;
+    }
+
+private:
+    /// 0 for a finite value, 1 for -inf, 2 for +inf.
+    static int kind(double c) { return std::isinf(c) ? (c < 0 ? 1 : 2) : 0; }
+
+    void build(const std::vector<PkGePoint3d>& merged) {
+        built = true;
+        for (auto& row : first) row[0] = row[1] = row[2] = -1;
+        for (std::size_t j = merged.size(); j-- > 0;) {
+            const int kx = kind(merged[j].x), ky = kind(merged[j].y);
+            for (int cx = 0; cx < 3; ++cx) {
+                for (int cy = 0; cy < 3; ++cy) {
+                    const bool clash = (cx != 0 && kx == cx) || (cy != 0 && ky == cy);
+                    if (!clash) first[cx][cy] = int(j);
+                }
+            }
+        }
+    }
+
+    bool built = false;
+    int first[3][3];
+};
+
 }  // namespace
 
 void deleteDuplicateVertices(std::vector<PkGePoint3d>& points, PkConvert2dVertex plane) {
@@ -177,6 +217,7 @@ void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
     const bool anyEqual = tol >= 0.0;
     const double w = std::max(tol, kMinWindow);
     const int n = int(points.size());
+    InfiniteMatches infiniteMatches;
     // The new index of an edge end, or -1 when it names no projected point or (only possible
     // under a tolerance that makes nothing equal) no merged point equals its point. The point is
     // projected again from the caller's array, which is still untouched.
@@ -190,12 +231,9 @@ void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
         const PkGePoint3d q(u, v, 0.0);
         if (!std::isfinite(u) || !std::isfinite(v)) {
             // Any difference with an infinity is infinite or NaN: only an infinite tolerance
-            // can match, and then the window argument no longer holds, so scan.
+            // can match, and then the window argument no longer holds.
             if (tol < std::numeric_limits<double>::infinity()) return -1;
-            for (std::size_t j = 0; j < merged.size(); ++j) {
-                if (merged[j].isEqualTo(q, PkGeContext::gTol)) return int(j);
-            }
-            return -1;
+            return infiniteMatches.lowest(merged, q);
         }
         return lowestEqualPosition(merged, q, hint, w);
     };
