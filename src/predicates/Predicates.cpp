@@ -49,8 +49,9 @@ int sumExpansions(int elen, const double* e, int flen, const double* f, double* 
 }
 
 template <class Stats>
-double orient2dSlow(
-    const double* pa, const double* pb, const double* pc, double detsum, Stats stats) {
+double orient2dSlow(const double* pa, const double* pb, const double* pc, Stats stats) {
+    double detsum;
+    orient2dStageAPortable(pa, pb, pc, detsum);
     const double acx = pa[0] - pc[0];
     const double bcx = pb[0] - pc[0];
     const double acy = pa[1] - pc[1];
@@ -189,10 +190,14 @@ double incircleSlow(const double* pa,
     return incircleExact(pa, pb, pc, pd);
 }
 
-template double orient2dSlow<NoStageStats>(
-    const double*, const double*, const double*, double, NoStageStats);
-template double orient2dSlow<StageCounter>(
-    const double*, const double*, const double*, double, StageCounter);
+template double orient2dSlow<NoStageStats>(const double*,
+                                           const double*,
+                                           const double*,
+                                           NoStageStats);
+template double orient2dSlow<StageCounter>(const double*,
+                                           const double*,
+                                           const double*,
+                                           StageCounter);
 template double incircleSlow<NoStageStats>(
     const double*, const double*, const double*, const double*, double, NoStageStats);
 template double incircleSlow<StageCounter>(

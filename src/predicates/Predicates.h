@@ -61,6 +61,9 @@ constexpr double ccwErrBoundC = (9.0 + 64.0 * epsilon) * epsilon * epsilon;
 constexpr double iccErrBoundA = (10.0 + 96.0 * epsilon) * epsilon;
 constexpr double iccErrBoundB = (4.0 + 48.0 * epsilon) * epsilon;
 constexpr double iccErrBoundC = (44.0 + 576.0 * epsilon) * epsilon * epsilon;
+/// Scales incircle's lift bound (see incircleStageAVector): a margin of 11/10 over
+/// iccErrBoundA covers the at most seven roundings on each side (243 epsilon < 1).
+constexpr double iccLiftErrBound = 11.0 * epsilon;
 
 // --- exact arithmetic primitives ----------------------------------------------------------------
 // An expansion is an array of non-overlapping doubles in increasing magnitude whose exact sum is
@@ -159,10 +162,13 @@ struct StageCounter {
     void hit(Stage s) const { ++hits[s]; }
 };
 
-/// Stages B, C and exact of orient2d; detsum is stage A's |detleft + detright|.
+/// Stages B, C and exact of orient2d. Stage A's |detleft + detright| is recomputed there rather
+/// than passed: keeping it alive past the test costs the inline code a register copy per call.
 template <class Stats>
-RY_PRED_NOINLINE double orient2dSlow(
-    const double* pa, const double* pb, const double* pc, double detsum, Stats stats);
+RY_PRED_NOINLINE double orient2dSlow(const double* pa,
+                                     const double* pb,
+                                     const double* pc,
+                                     Stats stats);
 /// Stages B and C of incircle, then the exact evaluation.
 template <class Stats>
 RY_PRED_NOINLINE double incircleSlow(const double* pa,
@@ -172,10 +178,14 @@ RY_PRED_NOINLINE double incircleSlow(const double* pa,
                                      double permanent,
                                      Stats stats);
 
-extern template double orient2dSlow<NoStageStats>(
-    const double*, const double*, const double*, double, NoStageStats);
-extern template double orient2dSlow<StageCounter>(
-    const double*, const double*, const double*, double, StageCounter);
+extern template double orient2dSlow<NoStageStats>(const double*,
+                                                  const double*,
+                                                  const double*,
+                                                  NoStageStats);
+extern template double orient2dSlow<StageCounter>(const double*,
+                                                  const double*,
+                                                  const double*,
+                                                  StageCounter);
 extern template double incircleSlow<NoStageStats>(
     const double*, const double*, const double*, const double*, double, NoStageStats);
 extern template double incircleSlow<StageCounter>(
@@ -212,7 +222,10 @@ RY_PRED_INLINE double orient2dStageAVector(const double* pa,
     const __m128d ac = _mm_sub_pd(_mm_loadu_pd(pa), c);              // (acx, acy)
     const __m128d bc = _mm_sub_pd(_mm_loadu_pd(pb), c);              // (bcx, bcy)
     const __m128d prod = _mm_mul_pd(ac, _mm_shuffle_pd(bc, bc, 1));  // (detleft, detright)
-    const __m128d right = _mm_unpackhi_pd(prod, prod);
+    // (detright, detright) by an integer shuffle, which writes a fresh register: the two-operand
+    // float shuffles would first need a copy of prod.
+    const __m128d right =
+        _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castpd_si128(prod), _MM_SHUFFLE(3, 2, 3, 2)));
     detsum = _mm_cvtsd_f64(absPd(_mm_add_sd(prod, right)));
     return _mm_cvtsd_f64(_mm_sub_sd(prod, right));
 }
@@ -237,7 +250,7 @@ RY_PRED_INLINE double orient2dAdaptive(const double* pa,
         stats.hit(kStageA);
         return det;
     }
-    return orient2dSlow(pa, pb, pc, detsum, stats);
+    return orient2dSlow(pa, pb, pc, stats);
 }
 
 /// Stage A of incircle, portable form: the determinant in plain floating point, and in
@@ -266,11 +279,22 @@ RY_PRED_INLINE double incircleStageAPortable(
 }
 
 #if defined(__SSE2__)
-/// The same operations as incircleStageAPortable, two per instruction. Each lane performs the
-/// identical IEEE operation on the identical operands (sums and products commute exactly), so the
-/// two forms return bit-identical values; the tests hold them to that.
+/// The determinant of incircleStageAPortable, two operations per instruction: each lane performs
+/// the identical IEEE operation on the identical operands (sums and products commute exactly),
+/// so the value is bit-identical; the tests hold it to that.
+///
+/// Instead of the permanent it returns the cheaper `liftBound` = alift*blift + clift*(alift +
+/// blift). On the same differences, |bdx*cdy| + |cdx*bdy| <= sqrt(blift*clift) <=
+/// (blift + clift) / 2 (Cauchy-Schwarz, then the means), and likewise for the other two minors,
+/// so the exact permanent is at most the exact liftBound. Both are sums of products of
+/// non-negative terms, each computed with at most seven roundings, so iccLiftErrBound *
+/// liftBound >= iccErrBoundA * permanent holds for the computed values too, rounding being
+/// monotone. (Subnormal intermediates add absolute errors below 2^-1072: against a bound above
+/// 2^-1060 they vanish in the 10% margin, and below it both scaled bounds round to zero.) A
+/// determinant that passes the test on liftBound therefore passes the permanent's test, and
+/// stage A answers exactly as with the permanent.
 RY_PRED_INLINE double incircleStageAVector(
-    const double* pa, const double* pb, const double* pc, const double* pd, double& permanent) {
+    const double* pa, const double* pb, const double* pc, const double* pd, double& liftBound) {
     const __m128d d = _mm_loadu_pd(pd);
     const __m128d a = _mm_sub_pd(_mm_loadu_pd(pa), d);  // (adx, ady)
     const __m128d b = _mm_sub_pd(_mm_loadu_pd(pb), d);  // (bdx, bdy)
@@ -283,41 +307,62 @@ RY_PRED_INLINE double incircleStageAVector(
     const __m128d p1 = _mm_mul_pd(b, _mm_shuffle_pd(c, c, 1));      // (bdx*cdy, bdy*cdx)
     const __m128d p2 = _mm_mul_pd(c, _mm_shuffle_pd(a, a, 1));      // (cdx*ady, cdy*adx)
     const __m128d p3 = _mm_mul_pd(a, _mm_shuffle_pd(b, b, 1));      // (adx*bdy, ady*bdx)
-    // Minors and their absolute sums for the a and b lifts side by side, then for c (lane 0).
-    const __m128d lo = _mm_unpacklo_pd(p1, p2);
-    const __m128d hi = _mm_unpackhi_pd(p1, p2);
-    const __m128d minorAB = _mm_sub_pd(lo, hi);
-    const __m128d absAB = _mm_add_pd(absPd(hi), absPd(lo));
-    const __m128d p3hi = _mm_unpackhi_pd(p3, p3);
-    const __m128d minorC = _mm_sub_sd(p3, p3hi);
-    const __m128d absC = _mm_add_sd(absPd(p3hi), absPd(p3));
+    // Minors for the a and b lifts side by side, then for c (lane 0).
+    const __m128d minorAB = _mm_sub_pd(_mm_unpacklo_pd(p1, p2), _mm_unpackhi_pd(p1, p2));
+    const __m128d minorC = _mm_sub_sd(p3, _mm_unpackhi_pd(p3, p3));
     // (b + a) + c, with the a and b terms added across lanes.
     const __m128d termAB = _mm_mul_pd(minorAB, liftAB);
-    const __m128d permAB = _mm_mul_pd(absAB, liftAB);
     const __m128d det = _mm_add_sd(_mm_add_sd(_mm_shuffle_pd(termAB, termAB, 1), termAB),
                                    _mm_mul_sd(minorC, liftC));
-    const __m128d perm =
-        _mm_add_sd(_mm_add_sd(_mm_shuffle_pd(permAB, permAB, 1), permAB), _mm_mul_sd(absC, liftC));
-    permanent = _mm_cvtsd_f64(perm);
+    const __m128d liftBA = _mm_shuffle_pd(liftAB, liftAB, 1);
+    const __m128d bound =
+        _mm_add_sd(_mm_mul_sd(liftAB, liftBA), _mm_mul_sd(_mm_add_sd(liftAB, liftBA), liftC));
+    liftBound = _mm_cvtsd_f64(bound);
     return _mm_cvtsd_f64(det);
 }
 #endif
 
-/// Stage A of incircle.
+/// Stage A of incircle with the permanent's error bound.
 template <class Stats>
-RY_PRED_INLINE double incircleAdaptive(
+RY_PRED_INLINE double incircleStageA(
     const double* pa, const double* pb, const double* pc, const double* pd, Stats stats) {
     double permanent;
-#if defined(__SSE2__)
-    const double det = incircleStageAVector(pa, pb, pc, pd, permanent);
-#else
     const double det = incircleStageAPortable(pa, pb, pc, pd, permanent);
-#endif
     if (RY_PRED_LIKELY(std::fabs(det) >= iccErrBoundA * permanent)) {
         stats.hit(kStageA);
         return det;
     }
     return incircleSlow(pa, pb, pc, pd, permanent, stats);
+}
+
+#if defined(__SSE2__)
+/// What the lift bound could not certify: stage A again with the permanent, then the slow
+/// stages. Out of line, so that the inline code stays small.
+template <class Stats>
+RY_PRED_NOINLINE double incircleUncertified(
+    const double* pa, const double* pb, const double* pc, const double* pd, Stats stats) {
+    return incircleStageA(pa, pb, pc, pd, stats);
+}
+#endif
+
+/// Stage A of incircle. With SSE2 the cheaper lift bound is tried first; it certifies a subset
+/// of what the permanent certifies (see incircleStageAVector), with the same value returned.
+template <class Stats>
+RY_PRED_INLINE double incircleAdaptive(
+    const double* pa, const double* pb, const double* pc, const double* pd, Stats stats) {
+#if defined(__SSE2__)
+    double liftBound;
+    const double det = incircleStageAVector(pa, pb, pc, pd, liftBound);
+    // Non-finite values answer alike too: a NaN bound or determinant fails both tests, and the
+    // permanent is NaN only where the determinant is (the same products and lifts feed both).
+    if (RY_PRED_LIKELY(std::fabs(det) >= iccLiftErrBound * liftBound)) {
+        stats.hit(kStageA);
+        return det;
+    }
+    return incircleUncertified(pa, pb, pc, pd, stats);
+#else
+    return incircleStageA(pa, pb, pc, pd, stats);
+#endif
 }
 
 }  // namespace predicates
