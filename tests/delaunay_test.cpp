@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "RyTriangulation.h"
+#include "mesh/HelperThread.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
@@ -789,6 +790,155 @@ TEST(InsertionOrder, SortedDriverMatchesInsertionByVertexIndex) {
     for (const Case& c : cases) {
         expectSortedDriverMatchesRecordInsertion(c.points, c.tolerance, c.maxIterations, c.name);
     }
+}
+
+// --- the helper thread -----------------------------------------------------------------------
+
+/// Runs the helper thread from `points` points on (0: always; a huge value: never) while alive.
+class HelperThreshold {
+public:
+    explicit HelperThreshold(std::size_t points) : saved(helperThreadMinPoints()) {
+        setHelperThreadMinPoints(points);
+    }
+    ~HelperThreshold() { setHelperThreadMinPoints(saved); }
+
+private:
+    std::size_t saved;
+};
+
+constexpr std::size_t kNeverHelp = std::numeric_limits<std::size_t>::max();
+
+void expectSameLocator(const VertexKdTree& a, const VertexKdTree& b, const std::string& name) {
+    EXPECT_EQ(a.root, b.root) << name;
+    EXPECT_EQ(a.rootAxis, b.rootAxis) << name;
+    EXPECT_EQ(a.pointCount, b.pointCount) << name;
+    EXPECT_EQ(a.boxFitted, b.boxFitted) << name;
+    for (int k = 0; k < 2; ++k) {
+        EXPECT_EQ(a.boxMin[k], b.boxMin[k]) << name;
+        EXPECT_EQ(a.boxMax[k], b.boxMax[k]) << name;
+    }
+    ASSERT_EQ(a.nodes.size(), b.nodes.size()) << name;
+    for (std::size_t i = 0; i < a.nodes.size(); ++i) {
+        const KdNode& x = a.nodes[i];
+        const KdNode& y = b.nodes[i];
+        ASSERT_EQ(x.child0, y.child0) << name << " node " << i;
+        ASSERT_EQ(x.child1, y.child1) << name << " node " << i;
+        ASSERT_EQ(x.bucket, y.bucket) << name << " node " << i;
+        ASSERT_EQ(x.coords, y.coords) << name << " node " << i;
+        for (int k = 0; k < 4; ++k) ASSERT_EQ(x.extent[k], y.extent[k]) << name << " node " << i;
+    }
+}
+
+/// Everything a triangulation leaves behind, compared slot by slot: the triangles with their
+/// links and flags, every vertex record, the constraint records and the locator.
+void expectSameRecord(const RyTriangulationImpl& a,
+                      const RyTriangulationImpl& b,
+                      const std::string& name) {
+    ASSERT_EQ(a.triangles.size(), b.triangles.size()) << name;
+    for (std::size_t t = 0; t < a.triangles.size(); ++t) {
+        for (int k = 0; k < 3; ++k) {
+            ASSERT_EQ(triVerts(a.triangles[t])[k], triVerts(b.triangles[t])[k])
+                << name << " triangle " << t;
+            ASSERT_EQ(triNbrs(a.triangles[t])[k], triNbrs(b.triangles[t])[k])
+                << name << " triangle " << t;
+        }
+        ASSERT_EQ(PkMeshFields::flags(a.triangles[t]), PkMeshFields::flags(b.triangles[t]))
+            << name << " triangle " << t;
+    }
+    ASSERT_EQ(a.vertices.size(), b.vertices.size()) << name;
+    for (std::size_t v = 0; v < a.vertices.size(); ++v) {
+        ASSERT_EQ(vertexTriangle(a.vertices[v]), vertexTriangle(b.vertices[v])) << name << " " << v;
+        ASSERT_EQ(vertexXY(a.vertices[v])[0], vertexXY(b.vertices[v])[0]) << name << " " << v;
+        ASSERT_EQ(vertexXY(a.vertices[v])[1], vertexXY(b.vertices[v])[1]) << name << " " << v;
+    }
+    EXPECT_EQ(a.freeTriangles, b.freeTriangles) << name;
+    EXPECT_EQ(a.constraintEdges, b.constraintEdges) << name;
+    EXPECT_EQ(a.constraintRepeats, b.constraintRepeats) << name;
+    expectSameLocator(a.locator, b.locator, name);
+}
+
+struct HelperRun {
+    RyTriangulationImpl record;
+    PkTriangulationStatus status = StatusOk;
+    int nextRand = 0;  ///< the C runtime's next rand value after the call
+};
+
+HelperRun runWithThreshold(std::size_t threshold,
+                           const Points& points,
+                           const std::vector<PkMeshEdge>* edges,
+                           double tolerance,
+                           int maxIterations) {
+    const HelperThreshold scope(threshold);
+    HelperRun run;
+    run.record.options = edges ? RyTriangulationImpl::bSplitCrossingConstraints : 0;
+    run.record.cdtTolerance = tolerance;
+    run.record.maxIterations = maxIterations;
+    std::srand(777);
+    run.status = edges ? run.record.delaunayTriangulationWithConstraints(points, *edges)
+                       : run.record.delaunayTriangulation(points);
+    run.nextRand = std::rand();
+    return run;
+}
+
+// The shuffled mode's nearest-vertex queries run ahead on a helper thread when it is on. Nothing
+// observable may depend on that: the same record, status and rand sequence as without it, also
+// when the run stops early (the locator is then rebuilt) and on inputs full of equidistant
+// vertices (ties in the queries).
+TEST(HelperThread, ShuffledInsertionIsTheSameWithAndWithoutIt) {
+    struct Case {
+        const char* name;
+        Points points;
+        double tolerance;
+        int maxIterations;
+    };
+    Points withRepeat = rytest::uniformPoints(6000, 51);
+    withRepeat.push_back(withRepeat[2500]);  // stops the run with a coincident vertex
+    Points lateRepeat = rytest::uniformPoints(4000, 52);
+    lateRepeat.insert(lateRepeat.begin(), lateRepeat[3999]);  // stops it somewhere else
+    const Case cases[] = {
+        {"uniform", rytest::uniformPoints(30000, 53), 1e-9, 1000000},
+        {"clusters", rytest::gaussianClusters(20000, 20, 54), 1e-9, 1000000},
+        {"grid with band", rytest::integerGrid(130, 120), 1e-9, 1000000},
+        {"grid without band", rytest::integerGrid(90, 110), 0.0, 1000000},
+        {"circle", rytest::circlePoints(3000, 1.0, 55), 1e-9, 1000000},
+        {"line with few off", rytest::lineWithFewOff(800, 7, 56), 1e-9, 1000000},
+        {"spiral", rytest::spiralOutward(3000), 1e-9, 1000000},
+        {"repeated point", withRepeat, 1e-9, 1000000},
+        {"repeated point first", lateRepeat, 1e-9, 1000000},
+        {"flip limit", rytest::uniformPoints(5000, 57), 1e-9, 30},
+        {"four points", rytest::uniformPoints(4, 58), 1e-9, 1000000},
+        {"three points", rytest::uniformPoints(3, 59), 1e-9, 1000000},
+    };
+    for (const Case& c : cases) {
+        const HelperRun alone =
+            runWithThreshold(kNeverHelp, c.points, nullptr, c.tolerance, c.maxIterations);
+        const HelperRun helped = runWithThreshold(0, c.points, nullptr, c.tolerance, c.maxIterations);
+        EXPECT_EQ(alone.status, helped.status) << c.name;
+        EXPECT_EQ(alone.nextRand, helped.nextRand) << c.name;
+        expectSameRecord(alone.record, helped.record, c.name);
+        if (c.points.size() > 1000 && alone.status == StatusOk) {
+            EXPECT_EQ(alone.record.locator.pointCount, int(c.points.size())) << c.name;
+        }
+    }
+}
+
+TEST(HelperThread, ConstrainedTriangulationIsTheSameWithAndWithoutIt) {
+    // Crossing chords of a point cloud, split where they cross: the constraint code works on the
+    // mesh the helped insertion built.
+    const Points points = rytest::uniformPoints(8000, 60);
+    std::vector<PkMeshEdge> edges;
+    rytest::Rng rng(61);
+    for (int i = 0; i < 60; ++i) {
+        edges.emplace_back(int(rng.below(points.size())), int(rng.below(points.size())));
+    }
+    const HelperRun alone = runWithThreshold(kNeverHelp, points, &edges, 1e-9, 1000000);
+    const HelperRun helped = runWithThreshold(0, points, &edges, 1e-9, 1000000);
+    ASSERT_EQ(alone.status, StatusOk);
+    EXPECT_EQ(helped.status, StatusOk);
+    EXPECT_EQ(alone.nextRand, helped.nextRand);
+    EXPECT_GT(alone.record.vertices.size(), points.size());  // the chords did cross
+    expectSameRecord(alone.record, helped.record, "chords");
+    RY_EXPECT_VALID_MESH(helped.record, MeshValidatorOptions{});
 }
 
 // --- the first mesh --------------------------------------------------------------------------

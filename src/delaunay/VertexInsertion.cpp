@@ -35,18 +35,13 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexByLocator(int vertex) {
     int start = 0;
     locator.findNearestVertex(vertices[std::size_t(vertex)], vertices, start);
 
-    PointSide sides[3] = {PointSide(0), PointSide(0), PointSide(0)};
-    const int t = locatePoint(start, vertexXY(vertices[std::size_t(vertex)]), sides);
-    if (t < 0) return StatusLocateFailed;
-    const PointLocation location = combineSides(sides);
-    if (location == kOutside) return StatusLocateFailed;
-    if (location == kOnVertex) return StatusCoincidentVertex;
-
-    CheckList list;
-    PkTriangulationStatus status = insertVertexAt(list, t, vertex, location);
-    if (status == StatusOk) status = legalizeAroundVertex(vertex, list);
+    const PkTriangulationStatus status = insertVertexNear(vertex, start);
     if (status == StatusOk) locator.insertVertex(vertex, vertices);
     return status;
+}
+
+PkTriangulationStatus RyTriangulationImpl::insertVertexNear(int vertex, int start) {
+    return locateAndInsert(RecordVertexView{vertices}, vertex, start);
 }
 
 PkTriangulationStatus RyTriangulationImpl::insertVertexFromPrevious(int vertex, int start) {

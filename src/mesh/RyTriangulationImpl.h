@@ -104,6 +104,11 @@ struct RyTriangulationImpl {
     PkTriangulationStatus delaunayTriangulation(const std::vector<PkGePoint3d>& points);
     PkTriangulationStatus insertVerticesSorted();
     PkTriangulationStatus insertVerticesShuffled();
+    /// Inserts order[from..] one by one through the locator.
+    PkTriangulationStatus insertShuffledFrom(const std::vector<int>& order, int from);
+    /// The same from position 3, with the nearest-vertex queries answered ahead on a helper
+    /// thread; the locator ends as the sequential run would leave it.
+    PkTriangulationStatus insertShuffledAhead(const std::vector<int>& order);
     /// Builds the first triangle and its three ghost triangles and moves its corners to the front
     /// of `order`. Returns false (nothing changed) when no non-degenerate triple was found.
     /// When `movedFrom` is given, movedFrom[k] receives the position whose entry was swapped with
@@ -119,6 +124,9 @@ struct RyTriangulationImpl {
     template <class View>
     int locatePoint(const View& view, int startVertex, const double* point, PointSide sides[3]);
     PkTriangulationStatus insertVertexByLocator(int vertex);
+    /// insertVertexByLocator with the locator's answer given as `start`; the locator is not
+    /// touched.
+    PkTriangulationStatus insertVertexNear(int vertex, int start);
     PkTriangulationStatus insertVertexFromPrevious(int vertex, int start);
     /// The same on a triangulation numbered in insertion order (no vertex excluded).
     PkTriangulationStatus insertVertexFromPrevious(const RankedVertexView& view,

@@ -3,10 +3,14 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <memory>
+#include <system_error>
 
+#include "mesh/HelperThread.h"
 #include "mesh/HugePages.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationImpl.h"
+#include "spatial/NearestAhead.h"
 
 namespace {
 
@@ -126,9 +130,15 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesShuffled() {
     std::vector<PkMeshPoint3d> records;
     for (int v : indices) records.push_back(vertices[std::size_t(v)]);
     if (locator.isEmpty()) locator.build(indices, records);
+    if (useHelperThread(std::size_t(n))) return insertShuffledAhead(order);
+    return insertShuffledFrom(order, 3);
+}
 
+PkTriangulationStatus RyTriangulationImpl::insertShuffledFrom(const std::vector<int>& order,
+                                                              int from) {
+    const int n = int(order.size());
     constexpr int kPrefetchDistance = 8;  // as in the sorted mode
-    for (int i = 3; i < n; ++i) {
+    for (int i = from; i < n; ++i) {
         if (i + kPrefetchDistance < n) {
             __builtin_prefetch(&vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
         }
@@ -136,6 +146,54 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesShuffled() {
         if (status != StatusOk) return status;
     }
     return StatusOk;
+}
+
+// Each insertion below is insertVertexByLocator with the locator's answer taken from the helper,
+// whose tree receives the same vertices in the same sequence. The locator itself is not touched
+// until the end: it is then the helper's tree when every vertex went in, or rebuilt from its
+// state at the start with the vertices that did go in (an early stop is rare and costs a rebuild).
+PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector<int>& order) {
+    const int n = int(order.size());
+    const VertexKdTree initial = locator;
+    std::unique_ptr<NearestAhead> ahead;
+    try {
+        ahead = std::make_unique<NearestAhead>(std::move(locator), order, 3, vertices);
+    } catch (const std::system_error&) {
+        return insertShuffledFrom(order, 3);  // no thread to be had: the locator is back
+    }
+    auto restoreLocator = [&](int end) {
+        locator = initial;
+        for (int k = 3; k < end; ++k) locator.insertVertex(order[std::size_t(k)], vertices);
+    };
+
+    constexpr int kPrefetchDistance = 8;
+    int i = 3;
+    PkTriangulationStatus status = StatusOk;
+    bool answered = true;
+    try {
+        for (; i < n; ++i) {
+            if (i + kPrefetchDistance < n) {
+                __builtin_prefetch(
+                    &vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
+            }
+            int start = 0;
+            if (!ahead->nearest(std::size_t(i), start)) {
+                answered = false;
+                break;
+            }
+            status = insertVertexNear(order[std::size_t(i)], start);
+            if (status != StatusOk) break;
+        }
+    } catch (...) {
+        ahead.reset();
+        restoreLocator(i);
+        throw;
+    }
+    if (answered && status == StatusOk && ahead->finish(locator)) return StatusOk;
+    ahead.reset();
+    restoreLocator(i);
+    if (!answered) return insertShuffledFrom(order, i);  // the helper gave up: go on alone
+    return status;
 }
 
 // First mesh for the counter-clockwise triple a, b, c: the real triangle 0 and one ghost triangle

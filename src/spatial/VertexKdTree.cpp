@@ -203,7 +203,13 @@ void VertexKdTree::build(const std::vector<int>& indices,
 PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
                                               const std::vector<PkMeshPoint3d>& vertices,
                                               int& nearest) {
-    const double* qp = vertexXY(q);
+    const int found = nearestIndex(vertexXY(q));
+    if (found < 0) return PkMeshPoint3d();
+    nearest = found;
+    return vertices[std::size_t(found)];
+}
+
+int VertexKdTree::nearestIndex(const double* qp) {
     int found = -1;
     double best = kHuge;
     searchStack[0] =
@@ -270,7 +276,5 @@ PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
             bound = gap * gap;
         }
     }
-    if (found < 0) return PkMeshPoint3d();
-    nearest = found;
-    return vertices[std::size_t(found)];
+    return found;
 }

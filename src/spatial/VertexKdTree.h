@@ -48,11 +48,15 @@ public:
 
     /// Adds vertex v (its x and y). The caller rejects non-finite points: they lie in no box.
     void insertVertex(int v, const std::vector<PkMeshPoint3d>& vertices);
+    /// The same with v's x and y given (reads no record).
+    void insertPoint(int v, const double* xy) { insertAt(v, xy); }
     /// Nearest inserted vertex to q's x and y: writes its index to `nearest` and returns a copy of
     /// its record; on an empty tree leaves `nearest` alone and returns a default record.
     PkMeshPoint3d findNearestVertex(const PkMeshPoint3d& q,
                                     const std::vector<PkMeshPoint3d>& vertices,
                                     int& nearest);
+    /// Index of the nearest inserted vertex to (q[0], q[1]) by the same search; -1 when empty.
+    int nearestIndex(const double* q);
     /// Sets the tree box to the records' bounding box and inserts indices[i] at records[i].
     void build(const std::vector<int>& indices, const std::vector<PkMeshPoint3d>& records);
     bool isEmpty() const { return pointCount == 0; }

@@ -1,0 +1,96 @@
+#include "spatial/NearestAhead.h"
+
+#include "mesh/HelperThread.h"
+#include "mesh/MeshFields.h"
+
+namespace {
+
+/// Answers are published in batches: one release store per batch keeps the cache line holding
+/// the counter from bouncing between the cores on every vertex.
+constexpr std::size_t kBatch = 32;
+/// Spins before the waiting caller yields its core.
+constexpr int kSpinsBeforeYield = 256;
+
+}  // namespace
+
+NearestAhead::NearestAhead(VertexKdTree&& tree,
+                           const std::vector<int>& order,
+                           std::size_t first,
+                           const std::vector<PkMeshPoint3d>& vertices)
+    : order_(order),
+      vertices_(vertices),
+      first_(first),
+      answers_(order.size()),
+      ready_(first),
+      readySeen_(first) {
+    tree_ = std::move(tree);  // only once nothing else can throw before the thread starts
+    try {
+        thread_ = std::thread([this] { run(); });
+    } catch (...) {
+        tree = std::move(tree_);  // nothing ran: hand the tree back
+        throw;
+    }
+}
+
+NearestAhead::~NearestAhead() {
+    stop();
+}
+
+void NearestAhead::stop() {
+    stopRequested_.store(true, std::memory_order_relaxed);
+    if (thread_.joinable()) thread_.join();
+}
+
+// The helper reads only x and y of the records; the caller writes only their triangle indices,
+// distinct fields, so the two never race.
+void NearestAhead::run() {
+    try {
+        const std::size_t n = order_.size();
+        for (std::size_t i = first_; i < n; ++i) {
+            if (stopRequested_.load(std::memory_order_relaxed)) return;
+            constexpr std::size_t kPrefetchDistance = 8;  // the order is shuffled: reads miss
+            if (i + kPrefetchDistance < n) {
+                __builtin_prefetch(&vertices_[std::size_t(order_[i + kPrefetchDistance])]);
+            }
+            const int v = order_[i];
+            const double* p = vertexXY(vertices_[std::size_t(v)]);
+            // The locator answers 0 for an empty tree (its caller starts from vertex 0).
+            const int found = tree_.nearestIndex(p);
+            answers_[i] = found < 0 ? 0 : found;
+            tree_.insertPoint(v, p);
+            if ((i + 1) % kBatch == 0 || i + 1 == n) ready_.store(i + 1, std::memory_order_release);
+        }
+    } catch (...) {
+        // An allocation failure in the tree: the caller goes on alone from the first position
+        // not answered and meets the same failure itself if it recurs.
+        failed_.store(true, std::memory_order_release);
+    }
+}
+
+bool NearestAhead::nearest(std::size_t position, int& vertex) {
+    int spins = 0;
+    while (position >= readySeen_) {
+        readySeen_ = ready_.load(std::memory_order_acquire);
+        if (position < readySeen_) break;
+        if (failed_.load(std::memory_order_acquire)) {
+            // The helper may have published more before failing.
+            readySeen_ = ready_.load(std::memory_order_acquire);
+            if (position < readySeen_) break;
+            return false;
+        }
+        if (++spins < kSpinsBeforeYield) {
+            spinPause();
+        } else {
+            std::this_thread::yield();
+        }
+    }
+    vertex = answers_[position];
+    return true;
+}
+
+bool NearestAhead::finish(VertexKdTree& tree) {
+    stop();
+    if (failed_.load(std::memory_order_acquire) || ready_.load() < order_.size()) return false;
+    tree = std::move(tree_);
+    return true;
+}

@@ -1,0 +1,54 @@
+// The shuffled insertion asks the locator, before each vertex, for the nearest vertex inserted so
+// far; the answers depend only on the points and the order, not on the mesh. NearestAhead
+// computes them on a helper thread, on its own tree fed exactly as the locator would be (the same
+// tree, so the same answers, ties included), while the caller inserts the vertices behind it.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <exception>
+#include <thread>
+#include <vector>
+
+#include "PkMeshPoint3d.h"
+#include "spatial/VertexKdTree.h"
+
+class NearestAhead {
+public:
+    /// Starts the helper on `tree` (moved in), which answers for positions first, first + 1, ...
+    /// of `order` and then receives that position's vertex. The three references must outlive
+    /// this object and stay unchanged, except for the triangle indices of the records.
+    /// Throws what starting a thread throws (nothing is started then).
+    NearestAhead(VertexKdTree&& tree,
+                 const std::vector<int>& order,
+                 std::size_t first,
+                 const std::vector<PkMeshPoint3d>& vertices);
+    /// Stops and joins the helper.
+    ~NearestAhead();
+    NearestAhead(const NearestAhead&) = delete;
+    NearestAhead& operator=(const NearestAhead&) = delete;
+
+    /// The nearest vertex before `position` (waits for the helper); false when the helper
+    /// stopped early on an error and will not answer it.
+    bool nearest(std::size_t position, int& vertex);
+    /// Stops and joins the helper. When it answered every position, its tree (now holding every
+    /// vertex of the order) is moved to `tree` and true is returned; otherwise `tree` is left
+    /// alone.
+    bool finish(VertexKdTree& tree);
+
+private:
+    void run();
+    void stop();
+
+    VertexKdTree tree_;
+    const std::vector<int>& order_;
+    const std::vector<PkMeshPoint3d>& vertices_;
+    std::size_t first_;
+    std::vector<int> answers_;
+    /// Positions below it are answered (release by the helper, acquire by the caller).
+    std::atomic<std::size_t> ready_;
+    std::atomic<bool> stopRequested_{false};
+    std::atomic<bool> failed_{false};
+    std::size_t readySeen_;
+    std::thread thread_;
+};
