@@ -496,6 +496,20 @@ TEST(DelaunayStatus, OutOfRangeScalesNeverSucceedWithABrokenMesh) {
 
 // --- insertion order -------------------------------------------------------------------------
 
+/// Runs the helper thread from `points` points on (0: always; a huge value: never) while alive.
+class HelperThreshold {
+public:
+    explicit HelperThreshold(std::size_t points) : saved(helperThreadMinPoints()) {
+        setHelperThreadMinPoints(points);
+    }
+    ~HelperThreshold() { setHelperThreadMinPoints(saved); }
+
+private:
+    std::size_t saved;
+};
+
+constexpr std::size_t kNeverHelp = std::numeric_limits<std::size_t>::max();
+
 /// Reference SplitMix64 from its published definition.
 std::uint64_t splitMix64(std::uint64_t& state) {
     state += 0x9E3779B97F4A7C15ull;
@@ -787,26 +801,27 @@ TEST(InsertionOrder, SortedDriverMatchesInsertionByVertexIndex) {
         {"flip limit", rytest::uniformPoints(5000, 46), 1e-9, 40},
         {"three points", rytest::uniformPoints(3, 47), 1e-9, 1000000},
     };
-    for (const Case& c : cases) {
-        expectSortedDriverMatchesRecordInsertion(c.points, c.tolerance, c.maxIterations, c.name);
+    // Tiny inputs: the first triangle's corners often start among the first three sorted entries,
+    // which the driver's swaps must handle like the ones found further on.
+    std::vector<Case> all(std::begin(cases), std::end(cases));
+    for (int k = 0; k < 120; ++k) {
+        all.push_back(
+            {"tiny", rytest::uniformPoints(4 + k % 6, 100 + std::uint64_t(k)), 1e-9, 1000000});
+    }
+    // Large inputs sort on a helper thread while the insertions follow; force both ways here.
+    for (std::size_t threshold : {kNeverHelp, std::size_t(0)}) {
+        const HelperThreshold scope(threshold);
+        for (const Case& c : all) {
+            expectSortedDriverMatchesRecordInsertion(
+                c.points,
+                c.tolerance,
+                c.maxIterations,
+                std::string(c.name) + (threshold ? "" : " helped"));
+        }
     }
 }
 
 // --- the helper thread -----------------------------------------------------------------------
-
-/// Runs the helper thread from `points` points on (0: always; a huge value: never) while alive.
-class HelperThreshold {
-public:
-    explicit HelperThreshold(std::size_t points) : saved(helperThreadMinPoints()) {
-        setHelperThreadMinPoints(points);
-    }
-    ~HelperThreshold() { setHelperThreadMinPoints(saved); }
-
-private:
-    std::size_t saved;
-};
-
-constexpr std::size_t kNeverHelp = std::numeric_limits<std::size_t>::max();
 
 void expectSameLocator(const VertexKdTree& a, const VertexKdTree& b, const std::string& name) {
     EXPECT_EQ(a.root, b.root) << name;
@@ -867,10 +882,12 @@ HelperRun runWithThreshold(std::size_t threshold,
                            const Points& points,
                            const std::vector<PkMeshEdge>* edges,
                            double tolerance,
-                           int maxIterations) {
+                           int maxIterations,
+                           bool sorted = false) {
     const HelperThreshold scope(threshold);
     HelperRun run;
-    run.record.options = edges ? RyTriangulationImpl::bSplitCrossingConstraints : 0;
+    run.record.options = (edges ? RyTriangulationImpl::bSplitCrossingConstraints : 0) |
+                         (sorted ? RyTriangulationImpl::bSpatialSort : 0);
     run.record.cdtTolerance = tolerance;
     run.record.maxIterations = maxIterations;
     std::srand(777);
@@ -880,11 +897,11 @@ HelperRun runWithThreshold(std::size_t threshold,
     return run;
 }
 
-// The shuffled mode's nearest-vertex queries run ahead on a helper thread when it is on. Nothing
-// observable may depend on that: the same record, status and rand sequence as without it, also
-// when the run stops early (the locator is then rebuilt) and on inputs full of equidistant
-// vertices (ties in the queries).
-TEST(HelperThread, ShuffledInsertionIsTheSameWithAndWithoutIt) {
+// The shuffled mode's nearest-vertex queries, and the sorted mode's sort, run ahead on a helper
+// thread when it is on. Nothing observable may depend on that: the same record, status and rand
+// sequence as without it, also when the run stops early (the locator is then rebuilt) and on
+// inputs full of equidistant vertices (ties in the queries, equal keys in the sort).
+TEST(HelperThread, InsertionIsTheSameWithAndWithoutIt) {
     struct Case {
         const char* name;
         Points points;
@@ -909,15 +926,19 @@ TEST(HelperThread, ShuffledInsertionIsTheSameWithAndWithoutIt) {
         {"four points", rytest::uniformPoints(4, 58), 1e-9, 1000000},
         {"three points", rytest::uniformPoints(3, 59), 1e-9, 1000000},
     };
-    for (const Case& c : cases) {
-        const HelperRun alone =
-            runWithThreshold(kNeverHelp, c.points, nullptr, c.tolerance, c.maxIterations);
-        const HelperRun helped = runWithThreshold(0, c.points, nullptr, c.tolerance, c.maxIterations);
-        EXPECT_EQ(alone.status, helped.status) << c.name;
-        EXPECT_EQ(alone.nextRand, helped.nextRand) << c.name;
-        expectSameRecord(alone.record, helped.record, c.name);
-        if (c.points.size() > 1000 && alone.status == StatusOk) {
-            EXPECT_EQ(alone.record.locator.pointCount, int(c.points.size())) << c.name;
+    for (bool sorted : {false, true}) {
+        for (const Case& c : cases) {
+            const std::string name = std::string(c.name) + " " + modeName(sorted);
+            const HelperRun alone = runWithThreshold(
+                kNeverHelp, c.points, nullptr, c.tolerance, c.maxIterations, sorted);
+            const HelperRun helped =
+                runWithThreshold(0, c.points, nullptr, c.tolerance, c.maxIterations, sorted);
+            EXPECT_EQ(alone.status, helped.status) << name;
+            EXPECT_EQ(alone.nextRand, helped.nextRand) << name;
+            expectSameRecord(alone.record, helped.record, name);
+            if (!sorted && c.points.size() > 1000 && alone.status == StatusOk) {
+                EXPECT_EQ(alone.record.locator.pointCount, int(c.points.size())) << name;
+            }
         }
     }
 }
@@ -931,14 +952,16 @@ TEST(HelperThread, ConstrainedTriangulationIsTheSameWithAndWithoutIt) {
     for (int i = 0; i < 60; ++i) {
         edges.emplace_back(int(rng.below(points.size())), int(rng.below(points.size())));
     }
-    const HelperRun alone = runWithThreshold(kNeverHelp, points, &edges, 1e-9, 1000000);
-    const HelperRun helped = runWithThreshold(0, points, &edges, 1e-9, 1000000);
-    ASSERT_EQ(alone.status, StatusOk);
-    EXPECT_EQ(helped.status, StatusOk);
-    EXPECT_EQ(alone.nextRand, helped.nextRand);
-    EXPECT_GT(alone.record.vertices.size(), points.size());  // the chords did cross
-    expectSameRecord(alone.record, helped.record, "chords");
-    RY_EXPECT_VALID_MESH(helped.record, MeshValidatorOptions{});
+    for (bool sorted : {false, true}) {
+        const HelperRun alone = runWithThreshold(kNeverHelp, points, &edges, 1e-9, 1000000, sorted);
+        const HelperRun helped = runWithThreshold(0, points, &edges, 1e-9, 1000000, sorted);
+        ASSERT_EQ(alone.status, StatusOk);
+        EXPECT_EQ(helped.status, StatusOk);
+        EXPECT_EQ(alone.nextRand, helped.nextRand);
+        EXPECT_GT(alone.record.vertices.size(), points.size());  // the chords did cross
+        expectSameRecord(alone.record, helped.record, modeName(sorted));
+        RY_EXPECT_VALID_MESH(helped.record, MeshValidatorOptions{});
+    }
 }
 
 // --- the first mesh --------------------------------------------------------------------------

@@ -6,6 +6,10 @@
 #include <limits>
 #include <thread>
 
+#if defined(__linux__)
+#include <sched.h>
+#endif
+
 namespace {
 
 constexpr std::size_t kDefaultMinPoints = std::size_t(1) << 15;
@@ -26,6 +30,15 @@ std::atomic<std::size_t>& minPoints() {
 /// so that both ways are compared everywhere.
 std::atomic<bool> chosen{false};
 
+/// Cores this process may run on (its affinity mask where the system has one).
+unsigned usableCores() {
+#if defined(__linux__)
+    cpu_set_t set;
+    if (sched_getaffinity(0, sizeof(set), &set) == 0) return unsigned(CPU_COUNT(&set));
+#endif
+    return std::thread::hardware_concurrency();
+}
+
 }  // namespace
 
 std::size_t helperThreadMinPoints() {
@@ -40,7 +53,7 @@ void setHelperThreadMinPoints(std::size_t points) {
 bool useHelperThread(std::size_t points) {
     if (points < helperThreadMinPoints()) return false;
     if (chosen.load(std::memory_order_relaxed)) return true;
-    static const bool parallel = std::thread::hardware_concurrency() > 1;
+    static const bool parallel = usableCores() > 1;
     return parallel;
 }
 

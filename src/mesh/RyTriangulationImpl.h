@@ -1,7 +1,9 @@
 // The implementation record behind RyTriangulation: all mesh state and every operation on it.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -43,14 +45,23 @@ struct RecordVertexView {
     int& triangle(int i) const { return vertexTriangle(records[std::size_t(i)]); }
 };
 
+/// A vertex of the insertion order with its coordinates beside it, so that the sort reads
+/// contiguous memory and the insertions read positions by rank. The index is as wide as the
+/// coordinates: the partition loops copy whole keys as 8-byte words, and a narrower field stored
+/// and then reloaded as part of a wider word stalls store forwarding.
+struct SortKey {
+    double xy[2];
+    std::int64_t index;
+};
+
 /// The same for a triangulation numbered in insertion order: vertex r is the r-th inserted, its
 /// position and triangle index held in compact arrays. Vertices inserted along a space-filling
 /// curve then have their mesh neighbours near them in memory too, where the records (in the
 /// caller's order) would put every neighbour's position a cache miss away.
 struct RankedVertexView {
-    const double* coords;  // x, y of each vertex
+    const SortKey* keys;  // x, y of each vertex
     int* triangles;
-    const double* xy(int i) const { return coords + 2 * std::size_t(i); }
+    const double* xy(int i) const { return keys[i].xy; }
     int& triangle(int i) const { return triangles[i]; }
 };
 
@@ -111,9 +122,13 @@ struct RyTriangulationImpl {
     PkTriangulationStatus insertShuffledAhead(const std::vector<int>& order);
     /// Builds the first triangle and its three ghost triangles and moves its corners to the front
     /// of `order`. Returns false (nothing changed) when no non-degenerate triple was found.
-    /// When `movedFrom` is given, movedFrom[k] receives the position whose entry was swapped with
-    /// order[k] (k itself when none was).
-    bool createFirstTriangle(std::vector<int>& order, int* movedFrom = nullptr);
+    bool createFirstTriangle(std::vector<int>& order);
+    /// The random draws of createFirstTriangle for more than three vertices: corners receives a
+    /// counter-clockwise triple. False when no triple was found within the limits.
+    bool drawFirstTriangle(int corners[3]);
+    /// Appends the real triangle (a, b, c) and its three ghost triangles; sets the corners'
+    /// triangle indices.
+    void appendFirstMesh(int a, int b, int c);
     /// Empties the mesh, output, locator and constraint records; keeps options and tolerance.
     void reset();
 
@@ -179,10 +194,38 @@ struct RyTriangulationImpl {
 
 // Insertion order (spatial sort and shuffle).
 void shuffleIndices(std::vector<int>& order);
-/// When `sortedXY` is given it receives x, y of each vertex in the new order.
-void spatialSort(std::vector<int>& order,
-                 const std::vector<PkMeshPoint3d>& vertices,
-                 std::vector<double>* sortedXY = nullptr);
+void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices);
+
+/// The spatial sort of an order into keys[0, n), run on a helper thread when asked (and one can
+/// be started), else at once. The caller reads a position once `waitFor` has returned for it:
+/// the sort finishes the order from the front, and never touches a position again once it is
+/// final, so the caller may also rewrite final positions.
+class SortAhead {
+public:
+    /// Takes the order, and frees it once the keys are made.
+    SortAhead(std::vector<int>&& order,
+              const std::vector<PkMeshPoint3d>& vertices,
+              SortKey* keys,
+              bool helper);
+    ~SortAhead();  ///< joins the helper (after it finished the sort)
+    SortAhead(const SortAhead&) = delete;
+    SortAhead& operator=(const SortAhead&) = delete;
+    /// Waits until positions up to and including `position` are final.
+    void waitFor(std::size_t position) {
+        if (position >= seen_) waitSlow(position);
+    }
+
+private:
+    void run();
+    void waitSlow(std::size_t position);
+
+    std::vector<int> order_;
+    const std::vector<PkMeshPoint3d>& vertices_;
+    SortKey* keys_;
+    std::atomic<std::size_t> ready_{0};
+    std::size_t seen_ = 0;
+    std::thread thread_;
+};
 /// Hilbert order of [begin, end), first split along `axis` (0 = x, 1 = y): ascending along `axis`
 /// when `ux`, along the other axis when `uy` (descending otherwise).
 void hilbertSort(std::vector<int>::iterator begin,

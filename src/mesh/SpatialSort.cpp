@@ -3,7 +3,9 @@
 // each walk starts next to its target while the early vertices still spread over the domain.
 #include <algorithm>
 #include <cstdint>
+#include <system_error>
 
+#include "mesh/HelperThread.h"
 #include "mesh/RyTriangulationImpl.h"
 
 namespace {
@@ -21,12 +23,18 @@ struct SplitMix64 {
     }
 };
 
-/// A vertex to sort, with its coordinates beside it so the selection reads contiguous memory.
-/// The index is as wide as the coordinates: the partition loops copy whole keys as 8-byte words,
-/// and a narrower field stored and then reloaded as part of a wider word stalls store forwarding.
-struct SortKey {
-    double xy[2];
-    std::int64_t index;
+/// Where a sort on a helper thread publishes how far from the front its order is final.
+struct SortProgress {
+    std::atomic<std::size_t>* ready;
+    const SortKey* base;
+    /// [.., end) is final. Small ranges are left to the enclosing one, which keeps the counter's
+    /// cache line from moving between the cores on every vertex.
+    void finished(const SortKey* begin, const SortKey* end) const {
+        constexpr std::ptrdiff_t kMinPublished = 32;
+        if (ready && end - begin >= kMinPublished) {
+            ready->store(std::size_t(end - base), std::memory_order_release);
+        }
+    }
 };
 
 /// Orders [lo, hi) ascending (or descending when !up) along `axis`; for the small ranges left
@@ -148,47 +156,61 @@ SortKey* hilbertSplit(SortKey* lo, SortKey* hi, int axis, bool up) {
 
 // Median-split Hilbert curve: split along `axis`, then each half along the other axis; three
 // quarters recurse and the fourth continues the loop, so the recursion depth stays logarithmic.
-void hilbertSortKeys(SortKey* begin, SortKey* end, int axis, bool ux, bool uy) {
+// Ranges are finished from the front: when a call returns, every position before its end is
+// final.
+void hilbertSortKeys(
+    SortKey* begin, SortKey* end, int axis, bool ux, bool uy, const SortProgress& progress) {
+    SortKey* const first = begin;
     while (end - begin > 1) {
         const int other = 1 - axis;
         SortKey* m2 = hilbertSplit(begin, end, axis, ux);
         SortKey* m1 = hilbertSplit(begin, m2, other, uy);
         SortKey* m3 = hilbertSplit(m2, end, other, !uy);
-        hilbertSortKeys(begin, m1, other, uy, ux);
-        hilbertSortKeys(m1, m2, axis, ux, uy);
-        hilbertSortKeys(m2, m3, axis, ux, uy);
+        hilbertSortKeys(begin, m1, other, uy, ux, progress);
+        hilbertSortKeys(m1, m2, axis, ux, uy, progress);
+        hilbertSortKeys(m2, m3, axis, ux, uy, progress);
         begin = m3;
         axis = other;
         const bool nextUx = !uy;
         uy = !ux;
         ux = nextUx;
     }
+    progress.finished(first, end);
 }
 
-void spatialSortKeys(SortKey* begin, SortKey* end) {
+void spatialSortKeys(SortKey* begin, SortKey* end, const SortProgress& progress) {
     SortKey* middle = begin;
     const std::ptrdiff_t m = end - begin;
     if (m > 64) {
         middle = begin + std::ptrdiff_t(double(m) * 0.125);
-        spatialSortKeys(begin, middle);
+        spatialSortKeys(begin, middle, progress);
     }
-    hilbertSortKeys(middle, end, 0, false, false);
+    hilbertSortKeys(middle, end, 0, false, false, progress);
 }
 
-std::vector<SortKey> makeKeys(std::vector<int>::const_iterator begin,
-                              std::vector<int>::const_iterator end,
-                              const std::vector<PkMeshPoint3d>& vertices) {
-    std::vector<SortKey> keys;
-    keys.reserve(std::size_t(end - begin));
+/// Fills keys[0, end - begin) with the vertices of [begin, end) and their coordinates.
+void makeKeys(std::vector<int>::const_iterator begin,
+              std::vector<int>::const_iterator end,
+              const std::vector<PkMeshPoint3d>& vertices,
+              SortKey* keys) {
     constexpr std::ptrdiff_t kPrefetchDistance = 8;  // the order is shuffled: every read misses
     for (auto it = begin; it != end; ++it) {
         if (end - it > kPrefetchDistance)
             __builtin_prefetch(&vertices[std::size_t(it[kPrefetchDistance])]);
         const double* p = vertexXY(vertices[std::size_t(*it)]);
-        keys.push_back(SortKey{{p[0], p[1]}, *it});
+        *keys++ = SortKey{{p[0], p[1]}, *it};
     }
+}
+
+std::vector<SortKey> makeKeys(std::vector<int>::const_iterator begin,
+                              std::vector<int>::const_iterator end,
+                              const std::vector<PkMeshPoint3d>& vertices) {
+    std::vector<SortKey> keys(std::size_t(end - begin));
+    makeKeys(begin, end, vertices, keys.data());
     return keys;
 }
+
+constexpr SortProgress kUnpublished{nullptr, nullptr};
 
 }  // namespace
 
@@ -207,21 +229,56 @@ void hilbertSort(std::vector<int>::iterator begin,
                  bool ux,
                  bool uy) {
     std::vector<SortKey> keys = makeKeys(begin, end, vertices);
-    hilbertSortKeys(keys.data(), keys.data() + keys.size(), axis, ux, uy);
+    hilbertSortKeys(keys.data(), keys.data() + keys.size(), axis, ux, uy, kUnpublished);
     for (const SortKey& k : keys) *begin++ = int(k.index);
 }
 
-void spatialSort(std::vector<int>& order,
-                 const std::vector<PkMeshPoint3d>& vertices,
-                 std::vector<double>* sortedXY) {
+void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices) {
     std::vector<SortKey> keys = makeKeys(order.begin(), order.end(), vertices);
-    spatialSortKeys(keys.data(), keys.data() + keys.size());
-    if (sortedXY) sortedXY->resize(2 * keys.size());
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        order[i] = int(keys[i].index);
-        if (sortedXY) {
-            (*sortedXY)[2 * i] = keys[i].xy[0];
-            (*sortedXY)[2 * i + 1] = keys[i].xy[1];
+    spatialSortKeys(keys.data(), keys.data() + keys.size(), kUnpublished);
+    for (std::size_t i = 0; i < keys.size(); ++i) order[i] = int(keys[i].index);
+}
+
+// The helper reads only x and y of the records; the caller writes only their triangle indices,
+// distinct fields, so the two never race. Nothing here allocates, so the helper cannot throw.
+SortAhead::SortAhead(std::vector<int>&& order,
+                     const std::vector<PkMeshPoint3d>& vertices,
+                     SortKey* keys,
+                     bool helper)
+    : order_(std::move(order)), vertices_(vertices), keys_(keys) {
+    if (helper) {
+        try {
+            thread_ = std::thread([this] { run(); });
+            return;
+        } catch (const std::system_error&) {
+            // No thread to be had: sort here.
+        }
+    }
+    run();
+}
+
+SortAhead::~SortAhead() {
+    if (thread_.joinable()) thread_.join();
+}
+
+void SortAhead::run() {
+    makeKeys(order_.begin(), order_.end(), vertices_, keys_);
+    const std::size_t n = order_.size();
+    std::vector<int>().swap(order_);  // the keys hold the order now
+    spatialSortKeys(keys_, keys_ + n, SortProgress{&ready_, keys_});
+    ready_.store(n, std::memory_order_release);
+}
+
+void SortAhead::waitSlow(std::size_t position) {
+    constexpr int kSpinsBeforeYield = 256;
+    int spins = 0;
+    for (;;) {
+        seen_ = ready_.load(std::memory_order_acquire);
+        if (position < seen_) return;
+        if (++spins < kSpinsBeforeYield) {
+            spinPause();
+        } else {
+            std::this_thread::yield();
         }
     }
 }

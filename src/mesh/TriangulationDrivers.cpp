@@ -56,21 +56,92 @@ PkTriangulationStatus RyTriangulationImpl::delaunayTriangulation(
     return (options & bSpatialSort) ? insertVerticesSorted() : insertVerticesShuffled();
 }
 
+namespace {
+
+/// How createFirstTriangle's three swaps rearrange a sorted order whose first three entries are
+/// `front`: afterwards positions 0, 1, 2 hold the corners, and corner k, when it started beyond
+/// position 2, has left `replacement[k]` in its place (-1 when it started in front). Worked out
+/// before the positions beyond the front are known: each corner appears once in the order.
+struct FrontSwaps {
+    int corner[3];
+    int replacement[3];
+};
+
+FrontSwaps planFrontSwaps(const int front[3], const int corners[3]) {
+    // Slots 0..2 are the front positions; slot 3 + k stands for corner k's own position when it
+    // lies beyond the front.
+    int value[6];
+    bool present[6];
+    for (int k = 0; k < 3; ++k) {
+        value[k] = front[k];
+        present[k] = true;
+        value[3 + k] = corners[k];
+        present[3 + k] = corners[k] != front[0] && corners[k] != front[1] && corners[k] != front[2];
+    }
+    for (int k = 0; k < 3; ++k) {
+        int slot = 0;
+        while (!(present[slot] && value[slot] == corners[k])) ++slot;
+        std::swap(value[k], value[slot]);
+    }
+    FrontSwaps plan;
+    for (int k = 0; k < 3; ++k) {
+        plan.corner[k] = corners[k];
+        plan.replacement[k] = present[3 + k] ? value[3 + k] : -1;
+    }
+    return plan;
+}
+
+}  // namespace
+
+// The order is sorted into keys (vertex and position by rank), on a helper thread for large
+// inputs, and the insertions follow right behind the sort. createFirstTriangle's draws do not
+// depend on the order, so they run while the sort does; its swaps are then applied to each
+// position as it comes (FrontSwaps). Every vertex inserted, every rand call and every slot are
+// those of the plain sequence: shuffle, sort, first triangle, insertions.
 PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     const int n = int(vertices.size());
     std::vector<int> order(static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i) order[std::size_t(i)] = i;
     shuffleIndices(order);
-    std::vector<double> coords;  // x, y by position in the order
-    spatialSort(order, vertices, &coords);
+    // Left uninitialised: the sort writes every key before the insertions read it.
+    const std::unique_ptr<SortKey[]> keys(new SortKey[std::size_t(n)]);
+    std::vector<int> triangleOf(std::size_t(n), -1);
+    SortAhead sort(std::move(order), vertices, keys.get(), useHelperThread(std::size_t(n)));
 
-    int movedFrom[3];
-    if (!createFirstTriangle(order, movedFrom)) return StatusLocateFailed;
-    for (int k = 0; k < 3; ++k) {
-        const std::size_t from = std::size_t(movedFrom[k]);
-        std::swap(coords[2 * std::size_t(k)], coords[2 * from]);
-        std::swap(coords[2 * std::size_t(k) + 1], coords[2 * from + 1]);
+    auto keyOf = [&](int v) {
+        const double* p = vertexXY(vertices[std::size_t(v)]);
+        return SortKey{{p[0], p[1]}, v};
+    };
+    int corners[3];
+    FrontSwaps plan{{-1, -1, -1}, {-1, -1, -1}};
+    if (n == 3) {
+        // Three points: no draw, the order stays; only the triangle's orientation is chosen.
+        sort.waitFor(2);
+        const int a0 = int(keys[0].index), b0 = int(keys[1].index), c0 = int(keys[2].index);
+        const bool ccw = classifyPointSide(keys[2].xy, keys[0].xy, keys[1].xy, band) == kLeft;
+        corners[0] = ccw ? a0 : b0;
+        corners[1] = ccw ? b0 : a0;
+        corners[2] = c0;
+    } else {
+        if (!drawFirstTriangle(corners)) return StatusLocateFailed;
+        sort.waitFor(2);
+        const int front[3] = {int(keys[0].index), int(keys[1].index), int(keys[2].index)};
+        plan = planFrontSwaps(front, corners);
+        for (int k = 0; k < 3; ++k) keys[std::size_t(k)] = keyOf(corners[k]);
     }
+    // Entry i of the final order: the sorted entry, or what a swap left in a corner's place.
+    auto settle = [&](std::size_t i) {
+        const int v = int(keys[i].index);
+        for (int k = 0; k < 3; ++k) {
+            if (v == plan.corner[k] && plan.replacement[k] >= 0) {
+                keys[i] = keyOf(plan.replacement[k]);
+                return;
+            }
+        }
+    };
+    const std::size_t first = triangles.size();
+    appendFirstMesh(corners[0], corners[1], corners[2]);
+
     // Each walk starts from the vertex inserted just before, so the locator is never consulted
     // in this mode, and nothing after this call reads it (a new triangulation starts from an
     // empty record). Filling it would cost a tree descent and bucket space per vertex for
@@ -81,11 +152,10 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     // the numbering is mapped back to vertex indices at the end, whatever the outcome. The
     // record holds no constraint yet (the flip loop looks them up by vertex index), and every
     // vertex was just made from a point, so none is excluded.
-    std::vector<int> triangleOf(std::size_t(n), -1);
     for (int r = 0; r < 3; ++r) {
-        triangleOf[std::size_t(r)] = vertexTriangle(vertices[std::size_t(order[std::size_t(r)])]);
+        triangleOf[std::size_t(r)] =
+            vertexTriangle(vertices[std::size_t(keys[std::size_t(r)].index)]);
     }
-    const std::size_t first = triangles.size() - 4;
     auto renumber = [&](auto map) {
         for (std::size_t t = first; t < triangles.size(); ++t) {
             int* v = triVerts(triangles[t]);
@@ -94,19 +164,27 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
             }
         }
     };
-    renumber([&](int v) { return v == order[0] ? 0 : (v == order[1] ? 1 : 2); });
+    const int rank0 = int(keys[0].index), rank1 = int(keys[1].index);
+    renumber([&](int v) { return v == rank0 ? 0 : (v == rank1 ? 1 : 2); });
 
+    int settled = 3;  // positions below it hold their final entry
     auto mapBack = [&] {
-        renumber([&](int r) { return order[std::size_t(r)]; });
+        sort.waitFor(std::size_t(n) - 1);
+        for (int i = settled; i < n; ++i) settle(std::size_t(i));
+        settled = n;
+        renumber([&](int r) { return int(keys[std::size_t(r)].index); });
         for (int r = 0; r < n; ++r) {
-            vertexTriangle(vertices[std::size_t(order[std::size_t(r)])]) =
+            vertexTriangle(vertices[std::size_t(keys[std::size_t(r)].index)]) =
                 triangleOf[std::size_t(r)];
         }
     };
-    const RankedVertexView view{coords.data(), triangleOf.data()};
+    const RankedVertexView view{keys.get(), triangleOf.data()};
     PkTriangulationStatus status = StatusOk;
     try {
         for (int i = 3; i < n && status == StatusOk; ++i) {
+            sort.waitFor(std::size_t(i));
+            settle(std::size_t(i));
+            settled = i + 1;
             status = insertVertexFromPrevious(view, i, i - 1);
         }
     } catch (...) {
@@ -196,6 +274,66 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
     return status;
 }
 
+bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order) {
+    const int n = int(order.size());
+    int corners[3];
+    if (n == 3) {
+        const int a0 = order[0], b0 = order[1], c0 = order[2];
+        const bool ccw = classifyPointSide(vertexXY(vertices[std::size_t(c0)]),
+                                           vertexXY(vertices[std::size_t(a0)]),
+                                           vertexXY(vertices[std::size_t(b0)]),
+                                           band) == kLeft;
+        corners[0] = ccw ? a0 : b0;
+        corners[1] = ccw ? b0 : a0;
+        corners[2] = c0;
+    } else {
+        if (!drawFirstTriangle(corners)) return false;
+        for (int k = 0; k < 3; ++k) {
+            for (int p = 0; p < n; ++p) {
+                if (order[std::size_t(p)] == corners[k]) {
+                    std::swap(order[std::size_t(k)], order[std::size_t(p)]);
+                    break;
+                }
+            }
+        }
+    }
+    appendFirstMesh(corners[0], corners[1], corners[2]);
+    return true;
+}
+
+bool RyTriangulationImpl::drawFirstTriangle(int corners[3]) {
+    const int n = int(vertices.size());
+    // Rejected draws are not counted as attempts; the draw cap only guards against a vertex
+    // list where no three distinct usable vertices exist.
+    const long long drawCap = 64LL * (long long)maxIterations + 1024;
+    long long draws = 0;
+    int attempts = 0;
+    for (;;) {
+        if (++draws > drawCap) return false;
+        const int s0 = std::rand() % n;
+        const int s1 = std::rand() % n;
+        const int s2 = std::rand() % n;
+        if (s0 == s1 || s0 == s2 || s1 == s2) continue;
+        if (vertexType(vertices[std::size_t(s0)]) == PkMeshPoint3d::kExcluded ||
+            vertexType(vertices[std::size_t(s1)]) == PkMeshPoint3d::kExcluded ||
+            vertexType(vertices[std::size_t(s2)]) == PkMeshPoint3d::kExcluded) {
+            continue;
+        }
+        const PointSide side = classifyPointSide(vertexXY(vertices[std::size_t(s2)]),
+                                                 vertexXY(vertices[std::size_t(s0)]),
+                                                 vertexXY(vertices[std::size_t(s1)]),
+                                                 band);
+        ++attempts;
+        if (attempts > maxIterations) return false;
+        if (side == kLeft) {
+            corners[0] = s0;
+            corners[1] = s1;
+            corners[2] = s2;
+            return true;
+        }
+    }
+}
+
 // First mesh for the counter-clockwise triple a, b, c: the real triangle 0 and one ghost triangle
 // per edge, each holding that edge reversed and the ghost vertex G as vertex 2.
 //
@@ -206,61 +344,7 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
 //                 1
 //              (b,a,G)
 //
-bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order, int* movedFrom) {
-    const int n = int(order.size());
-    if (movedFrom) movedFrom[0] = 0, movedFrom[1] = 1, movedFrom[2] = 2;
-    int a, b, c;
-    if (n == 3) {
-        const int a0 = order[0], b0 = order[1], c0 = order[2];
-        const bool ccw = classifyPointSide(vertexXY(vertices[std::size_t(c0)]),
-                                           vertexXY(vertices[std::size_t(a0)]),
-                                           vertexXY(vertices[std::size_t(b0)]),
-                                           band) == kLeft;
-        a = ccw ? a0 : b0;
-        b = ccw ? b0 : a0;
-        c = c0;
-    } else {
-        // Rejected draws are not counted as attempts; the draw cap only guards against a vertex
-        // list where no three distinct usable vertices exist.
-        const long long drawCap = 64LL * (long long)maxIterations + 1024;
-        long long draws = 0;
-        int attempts = 0;
-        for (;;) {
-            if (++draws > drawCap) return false;
-            const int s0 = std::rand() % n;
-            const int s1 = std::rand() % n;
-            const int s2 = std::rand() % n;
-            if (s0 == s1 || s0 == s2 || s1 == s2) continue;
-            if (vertexType(vertices[std::size_t(s0)]) == PkMeshPoint3d::kExcluded ||
-                vertexType(vertices[std::size_t(s1)]) == PkMeshPoint3d::kExcluded ||
-                vertexType(vertices[std::size_t(s2)]) == PkMeshPoint3d::kExcluded) {
-                continue;
-            }
-            const PointSide side = classifyPointSide(vertexXY(vertices[std::size_t(s2)]),
-                                                     vertexXY(vertices[std::size_t(s0)]),
-                                                     vertexXY(vertices[std::size_t(s1)]),
-                                                     band);
-            ++attempts;
-            if (attempts > maxIterations) return false;
-            if (side == kLeft) {
-                a = s0;
-                b = s1;
-                c = s2;
-                break;
-            }
-        }
-        const int corners[3] = {a, b, c};
-        for (int k = 0; k < 3; ++k) {
-            for (int p = 0; p < n; ++p) {
-                if (order[std::size_t(p)] == corners[k]) {
-                    std::swap(order[std::size_t(k)], order[std::size_t(p)]);
-                    if (movedFrom) movedFrom[k] = p;
-                    break;
-                }
-            }
-        }
-    }
-
+void RyTriangulationImpl::appendFirstMesh(int a, int b, int c) {
     const int base = int(triangles.size());
     PkMeshTriangle t;
     t.setVertexIndex(a, b, c);
@@ -280,5 +364,4 @@ bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order, int* move
     vertexTriangle(vertices[std::size_t(a)]) = base + 0;
     vertexTriangle(vertices[std::size_t(b)]) = base + 1;
     vertexTriangle(vertices[std::size_t(c)]) = base + 2;
-    return true;
 }
