@@ -26,3 +26,21 @@ void adviseHugePages(const void* data, std::size_t bytes) {
     (void)bytes;
 #endif
 }
+
+void populatePages(const void* data, std::size_t bytes) {
+#if defined(__linux__)
+#ifndef MADV_POPULATE_WRITE
+#define MADV_POPULATE_WRITE 23  // Linux 5.14; older kernels answer EINVAL
+#endif
+    constexpr std::uintptr_t kPage = 4096;
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(data);
+    if (bytes > UINTPTR_MAX - address || address > UINTPTR_MAX - kPage) return;
+    const std::uintptr_t begin = (address + kPage - 1) & ~(kPage - 1);
+    const std::uintptr_t end = (address + bytes) & ~(kPage - 1);
+    if (end <= begin) return;
+    (void)madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+#else
+    (void)data;
+    (void)bytes;
+#endif
+}

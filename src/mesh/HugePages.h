@@ -23,3 +23,10 @@ void adviseHugePages(const void* data, std::size_t bytes);
 constexpr std::size_t kHugePageBytes = std::size_t(2) << 20;
 /// Below this many whole pages the TLB reach of small pages is enough.
 constexpr std::size_t kMinHugePages = 2;
+
+/// Asks the kernel to map writable, zeroed pages for the whole pages inside [data, data + bytes)
+/// now rather than at first touch; the contents of pages already mapped are left alone. On some
+/// virtual machines a first touch costs milliseconds per megabyte, so a helper thread that
+/// populates ahead takes that off the thread that fills the memory. A no-op where the system has
+/// no such call; failures are ignored (the pages are then made at first touch as usual).
+void populatePages(const void* data, std::size_t bytes);

@@ -113,6 +113,8 @@ struct RyTriangulationImpl {
     // --- drivers -----------------------------------------------------------------------------
     /// Checks input, empties a used record, fills `vertices`, inserts every vertex.
     PkTriangulationStatus delaunayTriangulation(const std::vector<PkGePoint3d>& points);
+    /// Appends one record per point (capacity reserved beforehand).
+    void appendVertexRecords(const std::vector<PkGePoint3d>& points);
     PkTriangulationStatus insertVerticesSorted();
     PkTriangulationStatus insertVerticesShuffled();
     /// Inserts order[from..] one by one through the locator.
@@ -203,10 +205,14 @@ void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vert
 class SortAhead {
 public:
     /// Takes the order, and frees it once the keys are made.
+    /// The helper then populates [spare, spare + spareBytes) (memory the insertions will fill;
+    /// see populatePages).
     SortAhead(std::vector<int>&& order,
               const std::vector<PkMeshPoint3d>& vertices,
               SortKey* keys,
-              bool helper);
+              bool helper,
+              const void* spare = nullptr,
+              std::size_t spareBytes = 0);
     ~SortAhead();  ///< joins the helper (after it finished the sort)
     SortAhead(const SortAhead&) = delete;
     SortAhead& operator=(const SortAhead&) = delete;
@@ -222,6 +228,8 @@ private:
     std::vector<int> order_;
     const std::vector<PkMeshPoint3d>& vertices_;
     SortKey* keys_;
+    const void* spare_;
+    std::size_t spareBytes_;
     std::atomic<std::size_t> ready_{0};
     std::size_t seen_ = 0;
     std::thread thread_;

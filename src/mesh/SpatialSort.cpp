@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "mesh/HelperThread.h"
+#include "mesh/HugePages.h"
 #include "mesh/RyTriangulationImpl.h"
 
 namespace {
@@ -244,11 +245,20 @@ void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vert
 SortAhead::SortAhead(std::vector<int>&& order,
                      const std::vector<PkMeshPoint3d>& vertices,
                      SortKey* keys,
-                     bool helper)
-    : order_(std::move(order)), vertices_(vertices), keys_(keys) {
+                     bool helper,
+                     const void* spare,
+                     std::size_t spareBytes)
+    : order_(std::move(order)),
+      vertices_(vertices),
+      keys_(keys),
+      spare_(spare),
+      spareBytes_(spareBytes) {
     if (helper) {
         try {
-            thread_ = std::thread([this] { run(); });
+            thread_ = std::thread([this] {
+                run();
+                populatePages(spare_, spareBytes_);
+            });
             return;
         } catch (const std::system_error&) {
             // No thread to be had: sort here.

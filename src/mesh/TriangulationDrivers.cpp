@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <system_error>
+#include <thread>
 
 #include "mesh/HelperThread.h"
 #include "mesh/HugePages.h"
@@ -51,7 +52,7 @@ PkTriangulationStatus RyTriangulationImpl::delaunayTriangulation(
     adviseHugePages(vertices.data(), vertices.capacity() * sizeof(PkMeshPoint3d));
     adviseHugePages(triangles.data(), triangles.capacity() * sizeof(PkMeshTriangle));
     freeTriangles.clear();
-    for (const PkGePoint3d& p : points) vertices.emplace_back(p);
+    appendVertexRecords(points);
 
     return (options & bSpatialSort) ? insertVerticesSorted() : insertVerticesShuffled();
 }
@@ -98,6 +99,25 @@ FrontSwaps planFrontSwaps(const int front[3], const int corners[3]) {
 // depend on the order, so they run while the sort does; its swaps are then applied to each
 // position as it comes (FrontSwaps). Every vertex inserted, every rand call and every slot are
 // those of the plain sequence: shuffle, sort, first triangle, insertions.
+// With a helper thread to spare, it populates the back half of the records' room while this
+// thread fills the front half (first touches are slow on some virtual machines; see
+// populatePages).
+void RyTriangulationImpl::appendVertexRecords(const std::vector<PkGePoint3d>& points) {
+    std::thread helper;
+    if (useHelperThread(points.size())) {
+        const std::size_t half = points.size() / 2;
+        const PkMeshPoint3d* back = vertices.data() + vertices.size() + half;
+        const std::size_t bytes = (points.size() - half) * sizeof(PkMeshPoint3d);
+        try {
+            helper = std::thread([back, bytes] { populatePages(back, bytes); });
+        } catch (const std::system_error&) {
+            // Then this thread touches them all.
+        }
+    }
+    for (const PkGePoint3d& p : points) vertices.emplace_back(p);
+    if (helper.joinable()) helper.join();
+}
+
 PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     const int n = int(vertices.size());
     std::vector<int> order(static_cast<std::size_t>(n));
@@ -106,7 +126,14 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     // Left uninitialised: the sort writes every key before the insertions read it.
     const std::unique_ptr<SortKey[]> keys(new SortKey[std::size_t(n)]);
     std::vector<int> triangleOf(std::size_t(n), -1);
-    SortAhead sort(std::move(order), vertices, keys.get(), useHelperThread(std::size_t(n)));
+    // The slots the insertions will append to (room for them was reserved).
+    const std::size_t used = triangles.size();
+    SortAhead sort(std::move(order),
+                   vertices,
+                   keys.get(),
+                   useHelperThread(std::size_t(n)),
+                   triangles.data() + used,
+                   (triangles.capacity() - used) * sizeof(PkMeshTriangle));
 
     auto keyOf = [&](int v) {
         const double* p = vertexXY(vertices[std::size_t(v)]);
@@ -226,6 +253,52 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledFrom(const std::vector<
     return StatusOk;
 }
 
+namespace {
+
+/// The walks start at answers the helper gave long ago, so their first reads can be fetched a
+/// few insertions early, in stages that each read only what the stage before fetched: the start
+/// vertex's record, then its triangle, then that triangle's neighbours and corners, then the
+/// neighbours' corners (the walk and the flips read their positions). Hints only: an insertion
+/// in between may change what they would read, which costs a miss and nothing else.
+void prefetchStages(NearestAhead& ahead,
+                    const std::vector<PkMeshPoint3d>& vertices,
+                    const std::vector<PkMeshTriangle>& triangles,
+                    int i) {
+    const std::size_t count = triangles.size();
+    auto triangleOf = [&](std::size_t position) -> const PkMeshTriangle* {
+        int s = 0;
+        if (!ahead.peek(position, s)) return nullptr;
+        const int t = vertexTriangle(vertices[std::size_t(s)]);
+        return t >= 0 && std::size_t(t) < count ? &triangles[std::size_t(t)] : nullptr;
+    };
+    auto fetchCorners = [&](const PkMeshTriangle& t) {
+        for (int v : {triVerts(t)[0], triVerts(t)[1], triVerts(t)[2]}) {
+            if (v >= 0 && std::size_t(v) < vertices.size()) {
+                __builtin_prefetch(&vertices[std::size_t(v)]);
+            }
+        }
+    };
+    const std::size_t at = std::size_t(i);
+    int s = 0;
+    if (ahead.peek(at + 4, s)) __builtin_prefetch(&vertices[std::size_t(s)]);
+    if (const PkMeshTriangle* t = triangleOf(at + 3)) __builtin_prefetch(t);
+    if (const PkMeshTriangle* t = triangleOf(at + 2)) {
+        fetchCorners(*t);
+        for (int k = 0; k < 3; ++k) {
+            const int m = triNbrs(*t)[k];
+            if (m >= 0 && std::size_t(m) < count) __builtin_prefetch(&triangles[std::size_t(m)]);
+        }
+    }
+    if (const PkMeshTriangle* t = triangleOf(at + 1)) {
+        for (int k = 0; k < 3; ++k) {
+            const int m = triNbrs(*t)[k];
+            if (m >= 0 && std::size_t(m) < count) fetchCorners(triangles[std::size_t(m)]);
+        }
+    }
+}
+
+}  // namespace
+
 // Each insertion below is insertVertexByLocator with the locator's answer taken from the helper,
 // whose tree receives the same vertices in the same sequence. The locator itself is not touched
 // until the end: it is then the helper's tree when every vertex went in, or rebuilt from its
@@ -235,7 +308,16 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
     const VertexKdTree initial = locator;
     std::unique_ptr<NearestAhead> ahead;
     try {
-        ahead = std::make_unique<NearestAhead>(std::move(locator), order, 3, vertices);
+        // Each insertion appends two triangles to the room reserved for them.
+        const std::size_t used = triangles.size();
+        ahead =
+            std::make_unique<NearestAhead>(std::move(locator),
+                                           order,
+                                           3,
+                                           vertices,
+                                           triangles.data() + used,
+                                           (triangles.capacity() - used) * sizeof(PkMeshTriangle),
+                                           2 * sizeof(PkMeshTriangle));
     } catch (const std::system_error&) {
         return insertShuffledFrom(order, 3);  // no thread to be had: the locator is back
     }
@@ -254,6 +336,7 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
                 __builtin_prefetch(
                     &vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
             }
+            prefetchStages(*ahead, vertices, triangles, i);
             int start = 0;
             if (!ahead->nearest(std::size_t(i), start)) {
                 answered = false;

@@ -1,6 +1,9 @@
 #include "spatial/NearestAhead.h"
 
+#include <algorithm>
+
 #include "mesh/HelperThread.h"
+#include "mesh/HugePages.h"
 #include "mesh/MeshFields.h"
 
 namespace {
@@ -10,16 +13,25 @@ namespace {
 constexpr std::size_t kBatch = 32;
 /// Spins before the waiting caller yields its core.
 constexpr int kSpinsBeforeYield = 256;
+/// Populate the spare memory this many positions beyond the helper's, in chunks of this size.
+constexpr std::size_t kPopulateLead = 1 << 16;
+constexpr std::size_t kPopulateChunk = std::size_t(2) << 20;
 
 }  // namespace
 
 NearestAhead::NearestAhead(VertexKdTree&& tree,
                            const std::vector<int>& order,
                            std::size_t first,
-                           const std::vector<PkMeshPoint3d>& vertices)
+                           const std::vector<PkMeshPoint3d>& vertices,
+                           const void* spare,
+                           std::size_t spareBytes,
+                           std::size_t bytesPerPosition)
     : order_(order),
       vertices_(vertices),
       first_(first),
+      spare_(static_cast<const char*>(spare)),
+      spareBytes_(spare ? spareBytes : 0),
+      bytesPerPosition_(bytesPerPosition),
       answers_(order.size()),
       ready_(first),
       readySeen_(first) {
@@ -46,8 +58,18 @@ void NearestAhead::stop() {
 void NearestAhead::run() {
     try {
         const std::size_t n = order_.size();
+        std::size_t populated = 0;  // bytes of the spare range populated so far
         for (std::size_t i = first_; i < n; ++i) {
             if (stopRequested_.load(std::memory_order_relaxed)) return;
+            // The insertions trail this loop; keep the memory they fill populated a stretch
+            // beyond the position reached here, a chunk at a time.
+            const std::size_t wanted =
+                std::min(spareBytes_, (i - first_ + kPopulateLead) * bytesPerPosition_);
+            if (wanted > populated &&
+                (wanted - populated >= kPopulateChunk || wanted == spareBytes_)) {
+                populatePages(spare_ + populated, wanted - populated);
+                populated = wanted;
+            }
             constexpr std::size_t kPrefetchDistance = 8;  // the order is shuffled: reads miss
             if (i + kPrefetchDistance < n) {
                 __builtin_prefetch(&vertices_[std::size_t(order_[i + kPrefetchDistance])]);

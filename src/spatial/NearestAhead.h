@@ -18,11 +18,16 @@ public:
     /// Starts the helper on `tree` (moved in), which answers for positions first, first + 1, ...
     /// of `order` and then receives that position's vertex. The three references must outlive
     /// this object and stay unchanged, except for the triangle indices of the records.
-    /// Throws what starting a thread throws (nothing is started then).
+    /// Throws what starting a thread throws (nothing is started then). Along the way the helper
+    /// populates [spare, spare + spareBytes) a little ahead of the insertions, which fill it
+    /// front to back at `bytesPerPosition` bytes per position (see populatePages).
     NearestAhead(VertexKdTree&& tree,
                  const std::vector<int>& order,
                  std::size_t first,
-                 const std::vector<PkMeshPoint3d>& vertices);
+                 const std::vector<PkMeshPoint3d>& vertices,
+                 const void* spare = nullptr,
+                 std::size_t spareBytes = 0,
+                 std::size_t bytesPerPosition = 0);
     /// Stops and joins the helper.
     ~NearestAhead();
     NearestAhead(const NearestAhead&) = delete;
@@ -31,6 +36,15 @@ public:
     /// The nearest vertex before `position` (waits for the helper); false when the helper
     /// stopped early on an error and will not answer it.
     bool nearest(std::size_t position, int& vertex);
+    /// The same without waiting: false when the answer is not there yet.
+    bool peek(std::size_t position, int& vertex) {
+        if (position >= readySeen_) {
+            readySeen_ = ready_.load(std::memory_order_acquire);
+            if (position >= readySeen_) return false;
+        }
+        vertex = answers_[position];
+        return true;
+    }
     /// Stops and joins the helper. When it answered every position, its tree (now holding every
     /// vertex of the order) is moved to `tree` and true is returned; otherwise `tree` is left
     /// alone.
@@ -44,6 +58,9 @@ private:
     const std::vector<int>& order_;
     const std::vector<PkMeshPoint3d>& vertices_;
     std::size_t first_;
+    const char* spare_;
+    std::size_t spareBytes_;
+    std::size_t bytesPerPosition_;
     std::vector<int> answers_;
     /// Positions below it are answered (release by the helper, acquire by the caller).
     std::atomic<std::size_t> ready_;
