@@ -50,6 +50,7 @@
 #include <vector>
 
 #include "RyTriangulation.h"
+#include "mesh/HelperThread.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
 #include "support/ConstraintChecks.h"
@@ -490,6 +491,56 @@ void checkCleanup(const Input& d) {
     }
 }
 
+bool sameLocator(const VertexKdTree& a, const VertexKdTree& b) {
+    if (a.root != b.root || a.rootAxis != b.rootAxis || a.pointCount != b.pointCount ||
+        a.boxFitted != b.boxFitted || a.nodes.size() != b.nodes.size()) {
+        return false;
+    }
+    for (int k = 0; k < 2; ++k) {
+        if (!sameBits(a.boxMin[k], b.boxMin[k]) || !sameBits(a.boxMax[k], b.boxMax[k])) {
+            return false;
+        }
+    }
+    for (std::size_t i = 0; i < a.nodes.size(); ++i) {
+        const KdNode& x = a.nodes[i];
+        const KdNode& y = b.nodes[i];
+        if (x.child0 != y.child0 || x.child1 != y.child1 || x.bucket != y.bucket ||
+            x.coords.size() != y.coords.size()) {
+            return false;
+        }
+        for (std::size_t c = 0; c < x.coords.size(); ++c) {
+            if (!sameBits(x.coords[c], y.coords[c])) return false;
+        }
+    }
+    return true;
+}
+
+RyTriangulation makeObject(const Input& d, int count);
+
+/// Large inputs run part of the work on a helper thread; fuzz inputs are far below that size, so
+/// force it on for a second run from the same rand seed: the record (locator included), the
+/// status and the rand sequence after it must be those of the run without it.
+void checkHelperThread(const Input& d,
+                       const std::vector<PkGePoint3d>& points,
+                       const RyTriangulationImpl& plain,
+                       PkTriangulationStatus plainStatus) {
+    const int randAfterPlain = std::rand();
+    const std::size_t saved = helperThreadMinPoints();
+    setHelperThreadMinPoints(0);
+    RyTriangulation helped = makeObject(d, int(points.size()));
+    RyTriangulationImpl* hm = RyTriangulationAccess::impl(helped);
+    hm->maxIterations = d.maxIterations;
+    helped.setCDTTolerence(d.tolerance);
+    std::srand(d.seed);
+    const PkTriangulationStatus status = helped.delaunayTriangulation(points);
+    const int randAfterHelped = std::rand();
+    setHelperThreadMinPoints(saved);
+    require(status == plainStatus, "the helper thread changed the status");
+    require(randAfterHelped == randAfterPlain, "the helper thread changed the rand sequence");
+    requireSameRecord(plain, *hm);
+    require(sameLocator(plain.locator, hm->locator), "the helper thread changed the locator");
+}
+
 RyTriangulation makeObject(const Input& d, int count) {
     const bool sort = d.flags & 1, split = d.flags & 2;
     switch ((d.flags >> 5) & 3) {
@@ -644,6 +695,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     RyTriangulation plainCopy(plain);
     requireSameRecord(*pm, *RyTriangulationAccess::impl(plainCopy));
+    checkHelperThread(d, points, *pm, s1);
     plain.deleteGhostTriangle();
     plainCopy.deleteOuterTrianglesAndHoles();
     if (s1 == StatusOk) {
