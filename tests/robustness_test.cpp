@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "RyTriangulation.h"
+#include "mesh/HelperThread.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
@@ -394,14 +395,29 @@ TEST(OutOfMemory, ConstructorsAndCopiesPropagateBadAlloc) {
     EXPECT_TRUE(sameRecord(record(target), record(source)));
 }
 
+/// Forces the helper thread on (or off) while alive. With it on, the helper's own allocations
+/// draw on the same budget, so either thread may be the one that runs out.
+class ForceHelper {
+public:
+    explicit ForceHelper(bool on) : saved(helperThreadMinPoints()) {
+        setHelperThreadMinPoints(on ? 0 : std::numeric_limits<std::size_t>::max());
+    }
+    ~ForceHelper() { setHelperThreadMinPoints(saved); }
+
+private:
+    std::size_t saved;
+};
+
 TEST(OutOfMemory, TriangulationCallsLeaveAUsableObject) {
     Points points;
     Edges edges;
     constrainedInput(points, edges);
-    for (bool sort : {true, false}) {
-        for (bool constrained : {false, true}) {
+    for (int combination = 0; combination < 8; ++combination) {
+        const bool sort = combination & 1, constrained = combination & 2, helped = combination & 4;
+        const ForceHelper helper(helped);
+        {
             SCOPED_TRACE(std::string(sort ? "sorted" : "shuffled") +
-                         (constrained ? ", constrained" : ", plain"));
+                         (constrained ? ", constrained" : ", plain") + (helped ? ", helped" : ""));
             RyTriangulation t(sort, true);
             PkTriangulationStatus s = StatusFailed;
             const int failures = sweepBudgets(
@@ -427,7 +443,8 @@ TEST(OutOfMemory, TriangulationCallsLeaveAUsableObject) {
 
 // Running out of memory half-way through the insertions must leave the vertices inserted so far
 // as a valid mesh in vertex indices (the sorted mode inserts on a numbering of its own and maps
-// it back at the end).
+// it back at the end), also when the helper thread is the one that ran out (the insertions then
+// go on alone until they run out themselves).
 TEST(OutOfMemory, InterruptedInsertionLeavesAValidPartialMesh) {
     Points points;
     std::uint64_t state = 11;
@@ -436,8 +453,10 @@ TEST(OutOfMemory, InterruptedInsertionLeavesAValidPartialMesh) {
         return double(state >> 11) * 0x1p-53;
     };
     for (int i = 0; i < 1500; ++i) points.emplace_back(1000.0 * next(), 1000.0 * next(), 0.0);
-    for (const bool sorted : {true, false}) {
-        SCOPED_TRACE(sorted ? "sorted" : "shuffled");
+    for (int combination = 0; combination < 4; ++combination) {
+        const bool sorted = combination & 1, helped = combination & 2;
+        const ForceHelper helper(helped);
+        SCOPED_TRACE(std::string(sorted ? "sorted" : "shuffled") + (helped ? ", helped" : ""));
         RyTriangulation t(sorted, true);
         int deepest = 0;
         const int failures = sweepBudgets(

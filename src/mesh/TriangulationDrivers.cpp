@@ -305,13 +305,14 @@ void prefetchStages(NearestAhead& ahead,
 // state at the start with the vertices that did go in (an early stop is rare and costs a rebuild).
 PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector<int>& order) {
     const int n = int(order.size());
-    const VertexKdTree initial = locator;
     std::unique_ptr<NearestAhead> ahead;
     try {
-        // Each insertion appends two triangles to the room reserved for them.
+        // The helper starts from a copy of the locator (three vertices), which stays as it is
+        // here until the end. Each insertion appends two triangles to the room reserved for
+        // them.
         const std::size_t used = triangles.size();
         ahead =
-            std::make_unique<NearestAhead>(std::move(locator),
+            std::make_unique<NearestAhead>(VertexKdTree(locator),
                                            order,
                                            3,
                                            vertices,
@@ -319,10 +320,10 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
                                            (triangles.capacity() - used) * sizeof(PkMeshTriangle),
                                            2 * sizeof(PkMeshTriangle));
     } catch (const std::system_error&) {
-        return insertShuffledFrom(order, 3);  // no thread to be had: the locator is back
+        return insertShuffledFrom(order, 3);  // no thread to be had
     }
-    auto restoreLocator = [&](int end) {
-        locator = initial;
+    // The locator as the plain run would leave it after positions [3, end) went in.
+    auto catchUpLocator = [&](int end) {
         for (int k = 3; k < end; ++k) locator.insertVertex(order[std::size_t(k)], vertices);
     };
 
@@ -347,12 +348,12 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
         }
     } catch (...) {
         ahead.reset();
-        restoreLocator(i);
+        catchUpLocator(i);
         throw;
     }
     if (answered && status == StatusOk && ahead->finish(locator)) return StatusOk;
     ahead.reset();
-    restoreLocator(i);
+    catchUpLocator(i);
     if (!answered) return insertShuffledFrom(order, i);  // the helper gave up: go on alone
     return status;
 }

@@ -35,13 +35,8 @@ NearestAhead::NearestAhead(VertexKdTree&& tree,
       answers_(order.size()),
       ready_(first),
       readySeen_(first) {
-    tree_ = std::move(tree);  // only once nothing else can throw before the thread starts
-    try {
-        thread_ = std::thread([this] { run(); });
-    } catch (...) {
-        tree = std::move(tree_);  // nothing ran: hand the tree back
-        throw;
-    }
+    tree_ = std::move(tree);
+    thread_ = std::thread([this] { run(); });
 }
 
 NearestAhead::~NearestAhead() {

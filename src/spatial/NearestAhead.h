@@ -15,7 +15,7 @@
 
 class NearestAhead {
 public:
-    /// Starts the helper on `tree` (moved in), which answers for positions first, first + 1, ...
+    /// Starts the helper on `tree`, which answers for positions first, first + 1, ...
     /// of `order` and then receives that position's vertex. The three references must outlive
     /// this object and stay unchanged, except for the triangle indices of the records.
     /// Throws what starting a thread throws (nothing is started then). Along the way the helper
