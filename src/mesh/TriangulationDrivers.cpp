@@ -128,12 +128,16 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     std::vector<int> triangleOf(std::size_t(n), -1);
     // The slots the insertions will append to (room for them was reserved).
     const std::size_t used = triangles.size();
+    const bool helped = useHelperThread(std::size_t(n));
     SortAhead sort(std::move(order),
                    vertices,
                    keys.get(),
-                   useHelperThread(std::size_t(n)),
+                   helped,
                    triangles.data() + used,
                    (triangles.capacity() - used) * sizeof(PkMeshTriangle));
+    // The helper fills the keys front to back; populate the back half meanwhile (nothing is
+    // sorted before every key is made, so this thread would only wait).
+    if (helped) populatePages(keys.get() + n / 2, std::size_t(n - n / 2) * sizeof(SortKey));
 
     auto keyOf = [&](int v) {
         const double* p = vertexXY(vertices[std::size_t(v)]);
