@@ -305,8 +305,8 @@ void prefetchStages(NearestAhead& ahead,
 
 // Each insertion below is insertVertexByLocator with the locator's answer taken from the helper,
 // whose tree receives the same vertices in the same sequence. The locator itself is not touched
-// until the end: it is then the helper's tree when every vertex went in, or rebuilt from its
-// state at the start with the vertices that did go in (an early stop is rare and costs a rebuild).
+// until the end: it is then the helper's tree when every vertex went in, or gets the vertices
+// that did go in (an early stop is rare and costs their insertion into the tree).
 PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector<int>& order) {
     const int n = int(order.size());
     std::unique_ptr<NearestAhead> ahead;
