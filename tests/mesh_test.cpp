@@ -563,6 +563,27 @@ TEST(HugePages, AdviceLeavesTheContentsAlone) {
     }
 }
 
+// Population ahead of first touch must keep what is already written, whether it covers the
+// buffer, a misaligned part of it, or the unwritten room behind a vector's end; ranges that
+// wrap past the end of the address space are ignored.
+TEST(HugePages, PopulationLeavesTheContentsAlone) {
+    std::vector<std::uint32_t> buffer;
+    buffer.reserve(3 * kHugePageBytes / sizeof(std::uint32_t));
+    const std::size_t half = buffer.capacity() / 2;
+    for (std::size_t i = 0; i < half; ++i) buffer.push_back(std::uint32_t(i * 2654435761u));
+    populatePages(buffer.data(), buffer.capacity() * sizeof(std::uint32_t));
+    populatePages(reinterpret_cast<const char*>(buffer.data()) + 4093, 3 * 4096 + 5);
+    populatePages(buffer.data() + half, (buffer.capacity() - half) * sizeof(std::uint32_t));
+    populatePages(buffer.data(), 0);
+    populatePages(reinterpret_cast<const void*>(UINTPTR_MAX - 100), 4096);
+    for (std::size_t i = half; i < buffer.capacity(); ++i) {
+        buffer.push_back(std::uint32_t(i * 2654435761u));
+    }
+    for (std::size_t i = 0; i < buffer.size(); ++i) {
+        ASSERT_EQ(buffer[i], std::uint32_t(i * 2654435761u)) << i;
+    }
+}
+
 // ---- PkMeshPoint3d ------------------------------------------------------------------------------
 
 TEST(PkMeshPoint3d, ConstructorsSetFlagsTriangleAndPoint) {
