@@ -899,7 +899,7 @@ HelperRun runWithThreshold(std::size_t threshold,
 
 // The shuffled mode's nearest-vertex queries, and the sorted mode's sort, run ahead on a helper
 // thread when it is on. Nothing observable may depend on that: the same record, status and rand
-// sequence as without it, also when the run stops early (the locator is then rebuilt) and on
+// sequence as without it, also when the run stops early (the locator then catches up) and on
 // inputs full of equidistant vertices (ties in the queries, equal keys in the sort).
 TEST(HelperThread, InsertionIsTheSameWithAndWithoutIt) {
     struct Case {
