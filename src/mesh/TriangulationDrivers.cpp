@@ -94,11 +94,6 @@ FrontSwaps planFrontSwaps(const int front[3], const int corners[3]) {
 
 }  // namespace
 
-// The order is sorted into keys (vertex and position by rank), on a helper thread for large
-// inputs, and the insertions follow right behind the sort. createFirstTriangle's draws do not
-// depend on the order, so they run while the sort does; its swaps are then applied to each
-// position as it comes (FrontSwaps). Every vertex inserted, every rand call and every slot are
-// those of the plain sequence: shuffle, sort, first triangle, insertions.
 // With a helper thread to spare, it populates the back half of the records' room while this
 // thread fills the front half (first touches are slow on some virtual machines; see
 // populatePages).
@@ -118,6 +113,11 @@ void RyTriangulationImpl::appendVertexRecords(const std::vector<PkGePoint3d>& po
     if (helper.joinable()) helper.join();
 }
 
+// The order is sorted into keys (vertex and position by rank), on a helper thread for large
+// inputs, and the insertions follow right behind the sort. createFirstTriangle's draws do not
+// depend on the order, so they run while the sort does; its swaps are then applied to each
+// position as it comes (FrontSwaps). Every vertex inserted, every rand call and every slot are
+// those of the plain sequence: shuffle, sort, first triangle, insertions.
 PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     const int n = int(vertices.size());
     std::vector<int> order(static_cast<std::size_t>(n));
