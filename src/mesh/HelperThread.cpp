@@ -57,8 +57,13 @@ bool useHelperThread(std::size_t points) {
     return parallel;
 }
 
-void spinPause() {
+void waitStep(int& steps) {
+    constexpr int kSpinsBeforeYield = 256;
+    if (++steps < kSpinsBeforeYield) {
 #if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
+        __builtin_ia32_pause();
 #endif
+    } else {
+        std::this_thread::yield();
+    }
 }

@@ -16,5 +16,6 @@ bool useHelperThread(std::size_t points);
 std::size_t helperThreadMinPoints();
 void setHelperThreadMinPoints(std::size_t points);
 
-/// One spin-wait step (a pause hint where the processor has one).
-void spinPause();
+/// One step of waiting for another thread: a pause hint (where the processor has one) for the
+/// first few hundred steps, then giving up the core. `steps` counts the calls of one wait.
+void waitStep(int& steps);

@@ -280,15 +280,10 @@ void SortAhead::run() {
 }
 
 void SortAhead::waitSlow(std::size_t position) {
-    constexpr int kSpinsBeforeYield = 256;
     int spins = 0;
     for (;;) {
         seen_ = ready_.load(std::memory_order_acquire);
         if (position < seen_) return;
-        if (++spins < kSpinsBeforeYield) {
-            spinPause();
-        } else {
-            std::this_thread::yield();
-        }
+        waitStep(spins);
     }
 }

@@ -11,8 +11,6 @@ namespace {
 /// Answers are published in batches: one release store per batch keeps the cache line holding
 /// the counter from bouncing between the cores on every vertex.
 constexpr std::size_t kBatch = 32;
-/// Spins before the waiting caller yields its core.
-constexpr int kSpinsBeforeYield = 256;
 /// Populate the spare memory this many positions beyond the helper's, in chunks of this size.
 constexpr std::size_t kPopulateLead = 1 << 16;
 constexpr std::size_t kPopulateChunk = std::size_t(2) << 20;
@@ -95,11 +93,7 @@ bool NearestAhead::nearest(std::size_t position, int& vertex) {
             if (position < readySeen_) break;
             return false;
         }
-        if (++spins < kSpinsBeforeYield) {
-            spinPause();
-        } else {
-            std::this_thread::yield();
-        }
+        waitStep(spins);
     }
     vertex = answers_[position];
     return true;
