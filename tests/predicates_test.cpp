@@ -832,6 +832,13 @@ TEST(StageA, VectorOrientIsBitIdenticalToPortable) {
         const double p = orient2dStageAPortable(t.a.data(), t.b.data(), t.c.data(), sumP);
         expectSameDouble(v, p, show(t));
         expectSameDouble(sumV, sumP, show(t));
+        // The inline test compares both lanes at once: it must accept exactly what the scalar
+        // bound accepts, NaN included, and return the same value when it does.
+        std::uint64_t hits[kStageCount] = {};
+        const double r = orient2dAdaptive(t.a.data(), t.b.data(), t.c.data(), StageCounter{hits});
+        const bool scalarAccepts = std::fabs(p) >= ccwErrBoundA * sumP;
+        EXPECT_EQ(hits[kStageA] == 1, scalarAccepts) << show(t);
+        if (scalarAccepts) expectSameDouble(r, p, show(t));
     }
 }
 
