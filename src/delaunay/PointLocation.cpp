@@ -61,6 +61,13 @@ int RyTriangulationImpl::locatePoint(const View& view,
             entered = true;
             t = next;
             const PkMeshTriangle& nextTri = triangles[std::size_t(t)];
+            // The walk leaves through one of these unless it ends here: start all three loads
+            // while the sides of this triangle are being decided.
+            for (int j = 0; j < 3; ++j) {
+                const int w = triNbrs(nextTri)[j];
+                if (unsigned(w) < unsigned(triangleCount))
+                    __builtin_prefetch(&triangles[std::size_t(w)]);
+            }
             if (isGhost(nextTri)) {
                 const int* g = triVerts(nextTri);
                 if (g[0] == GhostVertex) {

@@ -271,6 +271,10 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
             D = uv[1], nAD = un[0], nDC = un[1];
         }
         if (p == -1 || A == -1 || D == -1 || C == -1) return StatusFailed;
+        // If the edge flips, both triangles beyond u are read next: start their loads now,
+        // beside the load of D's coordinates.
+        if (unsigned(nAD) < unsigned(triangleCount)) __builtin_prefetch(&tris[nAD]);
+        if (unsigned(nDC) < unsigned(triangleCount)) __builtin_prefetch(&tris[nDC]);
 
         const bool tGhost = isGhost(T);
         const bool uGhost = isGhost(U);
