@@ -354,6 +354,54 @@ TEST(DelaunayOracle, CircumcirclesAreEmptyByBruteForce) {
     std::cout << "brute force: " << cases << " meshes, largest in-circle value " << worst << "\n";
 }
 
+// Every accepted magnitude, [2^-200, 2^200], at once: a near-cocircular ring of radius 2^-66
+// passing close to the origin (so its coordinates run down to about 2^-75, with ulp-nudged copies
+// of some ring points) beside a few points as far out as 2^199. The predicates are exact on all
+// of it; so must be the mesh, and so must be the validator's verdict on it (it once scaled the
+// whole mesh by the largest coordinate and pushed the ring's in-circle terms into underflow).
+TEST(DelaunayOracle, WholeAcceptedMagnitudeRangeAtOnce) {
+    for (std::uint64_t seed = 1; seed <= 30; ++seed) {
+        rytest::Rng rng(seed);
+        const double r = std::ldexp(1.0, -66);
+        const int ring = 8 + int(rng.below(24));
+        Points points;
+        for (int i = 0; i < ring; ++i) {
+            const double a = 2.0 * M_PI * (i + 0.25 * rng.uniform()) / ring;
+            points.emplace_back(-r + r * std::cos(a), -r + r * std::sin(a), 0.0);
+        }
+        for (int i = 0; i < 3; ++i) {
+            PkGePoint3d q = points[std::size_t(i * ring / 3)];
+            for (int k = 1 + int(rng.below(3)); k > 0; --k) q.x = std::nextafter(q.x, 1.0);
+            points.push_back(q);
+        }
+        const double far = std::ldexp(1.0, 13 + int(rng.below(187)));
+        points.emplace_back(-far, -far, 0.0);
+        points.emplace_back(-0x1.0c0c0c0b7c0cp+13, -std::ldexp(1.0, 150 + int(rng.below(50))), 0.0);
+        points.emplace_back(far * rng.uniform(0.5, 1.0), -far * rng.uniform(0.5, 1.0), 0.0);
+
+        for (const bool sorted : {true, false}) {
+            std::srand(unsigned(seed));
+            RyTriangulation tri(sorted, true);
+            tri.setCDTTolerence(0.0);
+            ASSERT_EQ(tri.delaunayTriangulation(points), StatusOk) << modeName(sorted);
+            const RyTriangulationImpl& mesh = recordOf(tri);
+            RY_ASSERT_VALID_MESH(mesh, exactOptions())
+                << modeName(sorted) << " seed " << seed << " " << dumpPoints(points);
+            for (const Triple& t : realTriangles(mesh)) {
+                const double* a = vertexXY(mesh.vertices[std::size_t(t[0])]);
+                const double* b = vertexXY(mesh.vertices[std::size_t(t[1])]);
+                const double* c = vertexXY(mesh.vertices[std::size_t(t[2])]);
+                for (int p = 0; p < int(points.size()); ++p) {
+                    if (p == t[0] || p == t[1] || p == t[2]) continue;
+                    ASSERT_LE(incircle(a, b, c, &points[std::size_t(p)].x), 0.0)
+                        << "point " << p << " inside the circle of (" << t[0] << ", " << t[1]
+                        << ", " << t[2] << "), " << modeName(sorted) << " seed " << seed;
+                }
+            }
+        }
+    }
+}
+
 // --- status paths ----------------------------------------------------------------------------
 
 TEST(DelaunayStatus, FewerThanThreePointsAreRefused) {

@@ -1,9 +1,9 @@
 // The checks, in the order a broken mesh usually shows them: element records, adjacency,
 // orientation, ghost closure of the hull, vertex back-links, local Delaunay, Euler count.
 //
-// Geometry goes through the library's exact predicates. Coordinates far outside [2^-100, 2^100]
-// are first scaled by one power of two (exact, so every sign is kept) and the band with them;
-// that keeps the predicates' squares and fourth powers away from overflow and underflow.
+// Geometry goes through the library's exact predicates. Coordinates whose largest magnitude lies
+// outside the predicates' exact range [2^-200, 2^200] are first scaled by one power of two
+// (exact, so every sign is kept) and the band with them.
 #include "support/MeshValidator.h"
 
 #include <algorithm>
@@ -108,11 +108,15 @@ private:
             if (std::isfinite(q[0])) maxAbs = std::max(maxAbs, std::fabs(q[0]));
             if (std::isfinite(q[1])) maxAbs = std::max(maxAbs, std::fabs(q[1]));
         }
+        // The predicates are exact for magnitudes in [2^-200, 2^200], what the library accepts:
+        // such coordinates are used as they are, whatever their spread (scaling the largest down
+        // would push the smallest out of that range). Beyond it the smallest power of two that
+        // brings the largest back is used.
         int shift = 0;
-        if (maxAbs > 0.0 && (maxAbs > 0x1p100 || maxAbs < 0x1p-100)) {
+        if (maxAbs > 0.0 && (maxAbs > 0x1p200 || maxAbs < 0x1p-200)) {
             int e = 0;
-            std::frexp(maxAbs, &e);
-            shift = -e;
+            std::frexp(maxAbs, &e);  // maxAbs < 2^e
+            shift = maxAbs > 0x1p200 ? 200 - e : -e;
         }
         xy.resize(2 * m.vertices.size());
         for (std::size_t i = 0; i < m.vertices.size(); ++i) {
