@@ -213,21 +213,17 @@ RY_PRED_INLINE __m128d absPd(__m128d v) {
     return _mm_and_pd(v, _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL)));
 }
 
-/// (detleft, detright) and (detright, detleft): the two products of orient2dStageAPortable.
-RY_PRED_INLINE void orient2dProducts(
-    const double* pa, const double* pb, const double* pc, __m128d& prod, __m128d& swapped) {
+/// (det, detleft + detright) from the operations of orient2dStageAPortable, paired: lane 0 is
+/// detleft + (-detright), which IEEE defines to be detleft - detright, so one addition gives both.
+RY_PRED_INLINE __m128d orient2dPair(const double* pa, const double* pb, const double* pc) {
     const __m128d c = _mm_loadu_pd(pc);
-    const __m128d ac = _mm_sub_pd(_mm_loadu_pd(pa), c);  // (acx, acy)
-    const __m128d bc = _mm_sub_pd(_mm_loadu_pd(pb), c);  // (bcx, bcy)
-    prod = _mm_mul_pd(ac, _mm_shuffle_pd(bc, bc, 1));
-    // An integer shuffle writes a fresh register: the two-operand float shuffles would first
-    // need a copy of prod.
-    swapped = _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castpd_si128(prod), _MM_SHUFFLE(1, 0, 3, 2)));
-}
-
-/// (det, detleft + detright) by one addition: lane 0 is detleft + (-detright), which IEEE defines
-/// to be detleft - detright.
-RY_PRED_INLINE __m128d orient2dPair(__m128d prod, __m128d swapped) {
+    const __m128d ac = _mm_sub_pd(_mm_loadu_pd(pa), c);              // (acx, acy)
+    const __m128d bc = _mm_sub_pd(_mm_loadu_pd(pb), c);              // (bcx, bcy)
+    const __m128d prod = _mm_mul_pd(ac, _mm_shuffle_pd(bc, bc, 1));  // (detleft, detright)
+    // (detright, detleft) by an integer shuffle, which writes a fresh register: the two-operand
+    // float shuffles would first need a copy of prod.
+    const __m128d swapped =
+        _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castpd_si128(prod), _MM_SHUFFLE(1, 0, 3, 2)));
     return _mm_add_pd(prod, _mm_xor_pd(swapped, _mm_set_pd(0.0, -0.0)));
 }
 
@@ -236,9 +232,7 @@ RY_PRED_INLINE double orient2dStageAVector(const double* pa,
                                            const double* pb,
                                            const double* pc,
                                            double& detsum) {
-    __m128d prod, swapped;
-    orient2dProducts(pa, pb, pc, prod, swapped);
-    const __m128d pair = orient2dPair(prod, swapped);
+    const __m128d pair = orient2dPair(pa, pb, pc);
     detsum = std::fabs(_mm_cvtsd_f64(_mm_unpackhi_pd(pair, pair)));
     return _mm_cvtsd_f64(pair);
 }
@@ -255,9 +249,7 @@ RY_PRED_INLINE double orient2dAdaptive(const double* pa,
     // well; only same-sign products are really checked against the bound.
 #if defined(__SSE2__)
     // (|det|, ccwErrBoundA * detsum) in one pass, then one comparison of the two lanes.
-    __m128d prod, swapped;
-    orient2dProducts(pa, pb, pc, prod, swapped);
-    const __m128d pair = orient2dPair(prod, swapped);
+    const __m128d pair = orient2dPair(pa, pb, pc);
     const __m128d mag = _mm_mul_pd(absPd(pair), _mm_set_pd(ccwErrBoundA, 1.0));
     const __m128d bound = _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castpd_si128(mag), 0xee));
     if (RY_PRED_LIKELY(_mm_comige_sd(mag, bound))) {
