@@ -47,7 +47,8 @@ int RyTriangulationImpl::locatePoint(const View& view,
                 sides[k] = kLeft;
                 continue;
             }
-            sides[k] = classifyPointSide(point, view.xy(a), view.xy(b), band);
+            sides[k] = classifyPointSide(
+                point, view.cornerXY(t, k, a), view.cornerXY(t, nextLocalIndex(k), b), band);
             if (sides[k] == kRight) {
                 crossed = k;
                 break;
@@ -65,8 +66,10 @@ int RyTriangulationImpl::locatePoint(const View& view,
             // while the sides of this triangle are being decided.
             for (int j = 0; j < 3; ++j) {
                 const int w = triNbrs(nextTri)[j];
-                if (unsigned(w) < unsigned(triangleCount))
+                if (unsigned(w) < unsigned(triangleCount)) {
                     __builtin_prefetch(&triangles[std::size_t(w)]);
+                    view.prefetchCorners(w);
+                }
             }
             if (isGhost(nextTri)) {
                 const int* g = triVerts(nextTri);
@@ -88,6 +91,10 @@ int RyTriangulationImpl::locatePoint(const View& view,
 }
 
 template int RyTriangulationImpl::locatePoint(const RecordVertexView&,
+                                              int,
+                                              const double*,
+                                              PointSide[3]);
+template int RyTriangulationImpl::locatePoint(const CornerVertexView&,
                                               int,
                                               const double*,
                                               PointSide[3]);

@@ -44,6 +44,12 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexNear(int vertex, int star
     return locateAndInsert(RecordVertexView{vertices}, vertex, start);
 }
 
+PkTriangulationStatus RyTriangulationImpl::insertVertexNear(const CornerVertexView& view,
+                                                            int vertex,
+                                                            int start) {
+    return locateAndInsert(view, vertex, start);
+}
+
 PkTriangulationStatus RyTriangulationImpl::insertVertexFromPrevious(int vertex, int start) {
     const int n = int(vertices.size());
     if (vertex < 0 || vertex >= n || start < 0 || start >= n) return StatusFailed;
@@ -102,6 +108,16 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
     // Splitting inside or on an edge needs a real triangle; callers locate one, but a bad
     // caller must not make the writes below index the vertex list with the ghost vertex.
     if (location != kInGhostTriangle && (c[0] < 0 || c[1] < 0 || c[2] < 0)) return StatusFailed;
+    // t's corner positions (kept by some views), copied before t's entry is rewritten.
+    double P[3][2];
+    const double* pp = nullptr;
+    if constexpr (View::keepsCorners) {
+        for (int k = 0; k < 3; ++k) {
+            const double* q = view.cornerXY(t, k, c[k]);
+            P[k][0] = q[0], P[k][1] = q[1];
+        }
+        pp = view.xy(p);
+    }
 
     if (location == kInTriangle) {
         /*
@@ -115,6 +131,11 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
         setTriangle(triangles[std::size_t(t)], c[0], c[1], p, N[0], a, b);
         setTriangle(triangles[std::size_t(a)], c[1], c[2], p, N[1], b, t);
         setTriangle(triangles[std::size_t(b)], c[2], c[0], p, N[2], t, a);
+        if constexpr (View::keepsCorners) {
+            view.setCorners(t, P[0], P[1], pp);
+            view.setCorners(a, P[1], P[2], pp);
+            view.setCorners(b, P[2], P[0], pp);
+        }
         view.triangle(p) = a;
         view.triangle(c[0]) = t;
         view.triangle(c[1]) = t;
@@ -150,6 +171,17 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
         const int uN0w = uN[j];
         const int uNw1 = uN[nextLocalIndex(j)];
 
+        if constexpr (View::keepsCorners) {
+            const double* q = w >= 0 ? view.cornerXY(u, nextLocalIndex(j), w) : kNoPosition;
+            const double pw[2] = {q[0], q[1]};
+            const double* pe0 = P[k];
+            const double* pe1 = P[nextLocalIndex(k)];
+            const double* po = P[prevLocalIndex(k)];
+            view.setCorners(t, pp, po, pe0);
+            view.setCorners(u, pp, pe0, pw);
+            view.setCorners(a, pe1, pp, pw);
+            view.setCorners(b, pp, pe1, po);
+        }
         setTriangle(triangles[std::size_t(t)], p, o, e0, b, N[prevLocalIndex(k)], u);
         setTriangle(triangles[std::size_t(u)], p, e0, w, t, uN0w, a);
         setTriangle(triangles[std::size_t(a)], e1, p, w, b, u, uNw1);
@@ -191,6 +223,11 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
         setTriangle(triangles[std::size_t(t)], r0, r1, p, M0, a, b);
         setTriangle(triangles[std::size_t(a)], p, r1, GhostVertex, t, M1, b);
         setTriangle(triangles[std::size_t(b)], r0, p, GhostVertex, t, a, M2);
+        if constexpr (View::keepsCorners) {
+            view.setCorners(t, P[s], P[nextLocalIndex(s)], pp);
+            view.setCorners(a, pp, P[nextLocalIndex(s)], kNoPosition);
+            view.setCorners(b, P[s], pp, kNoPosition);
+        }
         view.triangle(p) = t;
         view.triangle(r0) = t;
         view.triangle(r1) = t;
@@ -262,19 +299,30 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
         PkMeshTriangle& U = tris[u];
         const int* uv = triVerts(U);
         const int* un = triNbrs(U);
-        int D, nAD, nDC;
+        int D, nAD, nDC, iD;
         if (un[0] == t) {
-            D = uv[2], nAD = un[1], nDC = un[2];
+            D = uv[2], nAD = un[1], nDC = un[2], iD = 2;
         } else if (un[1] == t) {
-            D = uv[0], nAD = un[2], nDC = un[0];
+            D = uv[0], nAD = un[2], nDC = un[0], iD = 0;
         } else {
-            D = uv[1], nAD = un[0], nDC = un[1];
+            D = uv[1], nAD = un[0], nDC = un[1], iD = 1;
         }
         if (p == -1 || A == -1 || D == -1 || C == -1) return StatusFailed;
         // If the edge flips, both triangles beyond u are read next: start their loads now,
         // beside the load of D's coordinates.
-        if (unsigned(nAD) < unsigned(triangleCount)) __builtin_prefetch(&tris[nAD]);
-        if (unsigned(nDC) < unsigned(triangleCount)) __builtin_prefetch(&tris[nDC]);
+        if (unsigned(nAD) < unsigned(triangleCount)) {
+            __builtin_prefetch(&tris[nAD]);
+            view.prefetchCorners(nAD);
+        }
+        if (unsigned(nDC) < unsigned(triangleCount)) {
+            __builtin_prefetch(&tris[nDC]);
+            view.prefetchCorners(nDC);
+        }
+        // Positions of the real ones among p, A, D and C (p always is).
+        auto xp = [&] { return view.xy(p); };
+        auto xa = [&] { return view.cornerXY(t, nextLocalIndex(i), A); };
+        auto xc = [&] { return view.cornerXY(t, prevLocalIndex(i), C); };
+        auto xd = [&] { return view.cornerXY(u, iD, D); };
 
         const bool tGhost = isGhost(T);
         const bool uGhost = isGhost(U);
@@ -282,18 +330,15 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
         if (tGhost && uGhost) {
             // Both outside the old hull: flip when the hull would be concave at the shared real
             // vertex, i.e. D lies strictly on the outer side of the line through p.
-            const double* pp = view.xy(p);
             if (A == GhostVertex) {
-                flip = classifyPointSide(view.xy(D), view.xy(C), pp, tol) == kLeft;
+                flip = classifyPointSide(xd(), xc(), xp(), tol) == kLeft;
             } else {
-                flip = classifyPointSide(view.xy(A), view.xy(D), pp, tol) == kLeft;
+                flip = classifyPointSide(xa(), xd(), xp(), tol) == kLeft;
             }
             if (!flip) continue;
         } else if (!tGhost && !uGhost) {
             const bool constrained = anyConstraint && constraintEdges.count(PkMeshEdge(A, C)) != 0;
-            flip = !constrained &&
-                   classifyInCircle(view.xy(p), view.xy(A), view.xy(D), view.xy(C), tol) ==
-                       kInsideCircle;
+            flip = !constrained && classifyInCircle(xp(), xa(), xd(), xc(), tol) == kInsideCircle;
             // The band can put a vertex on an edge that it only lies near (beyond its end),
             // which folds the triangles there. A flip that would leave A or C with two
             // triangles (its third one borders both flipped triangles) wraps triangles around
@@ -310,6 +355,26 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
             // Edge A-C becomes p-D: t = (p, A, C) and u = (C, A, D) become t = (p, A, D) and
             // u = (D, C, p). D is never the ghost vertex: flips happen between two real or two
             // ghost triangles, and a new ghost triangle keeps the ghost vertex at position 2.
+            if constexpr (View::keepsCorners) {
+                // The positions are copied out first: A's and C's are in t's entry, D's in u's,
+                // and both are rewritten below. D is real here; A or C may be the ghost vertex.
+                const double* qa = A >= 0 ? xa() : kNoPosition;
+                const double* qc = C >= 0 ? xc() : kNoPosition;
+                const double* qd = xd();
+                const double* qp = xp();
+                const double pa[2] = {qa[0], qa[1]}, pc[2] = {qc[0], qc[1]};
+                const double pd[2] = {qd[0], qd[1]};
+                if (A == GhostVertex) {
+                    view.setCorners(t, pd, qp, kNoPosition);
+                    view.setCorners(u, pd, pc, qp);
+                } else if (C == GhostVertex) {
+                    view.setCorners(t, qp, pa, pd);
+                    view.setCorners(u, qp, pd, kNoPosition);
+                } else {
+                    view.setCorners(t, qp, pa, pd);
+                    view.setCorners(u, pd, pc, qp);
+                }
+            }
             if (A == GhostVertex) {
                 setTriangle(T, D, p, GhostVertex, u, nPA, nAD);
                 setTriangle(U, D, C, p, nDC, nCP, t);

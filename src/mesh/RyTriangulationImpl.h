@@ -37,12 +37,45 @@ struct CheckList {
     void push(int t) { items[count++] = t; }
 };
 
+/// Stands for the ghost vertex's position where one is copied; never used in a predicate.
+inline constexpr double kNoPosition[2] = {0.0, 0.0};
+
 /// Vertex positions and triangle indices as the insertion code reads and writes them, by vertex
 /// index: the vertex records themselves.
 struct RecordVertexView {
     std::vector<PkMeshPoint3d>& records;
     const double* xy(int i) const { return vertexXY(records[std::size_t(i)]); }
     int& triangle(int i) const { return vertexTriangle(records[std::size_t(i)]); }
+    static constexpr bool keepsCorners = false;
+    /// Position of corner k (vertex v, not the ghost vertex) of triangle t.
+    const double* cornerXY(int /*t*/, int /*k*/, int v) const { return xy(v); }
+    /// Records the positions of t's corners (where a view keeps them).
+    void setCorners(int, const double*, const double*, const double*) const {}
+    void prefetchCorners(int) const {}
+};
+
+/// The same, with each triangle slot's three corner positions kept beside the mesh (six doubles
+/// per slot). A triangle's index then gives its corners' positions at once, where the vertex
+/// records would be a second load waiting for the first: when the insertions jump around a mesh
+/// that no cache holds, the walk and the flip check each wait for one miss instead of two.
+/// Positions of the ghost vertex are kept as zeros and never read.
+struct CornerVertexView : RecordVertexView {
+    double* corners;
+    const double* cornerXY(int t, int k, int /*v*/) const {
+        return corners + 6 * std::size_t(t) + 2 * std::size_t(k);
+    }
+    static constexpr bool keepsCorners = true;
+    /// a, b and c may point into t's own entry: all six values are read before any is written.
+    void setCorners(int t, const double* a, const double* b, const double* c) const {
+        const double v[6] = {a[0], a[1], b[0], b[1], c[0], c[1]};
+        double* d = corners + 6 * std::size_t(t);
+        for (int k = 0; k < 6; ++k) d[k] = v[k];
+    }
+    void prefetchCorners(int t) const {
+        const double* d = corners + 6 * std::size_t(t);
+        __builtin_prefetch(d);
+        __builtin_prefetch(d + 5);
+    }
 };
 
 /// A vertex of the insertion order with its coordinates beside it, so that the sort reads
@@ -63,6 +96,10 @@ struct RankedVertexView {
     int* triangles;
     const double* xy(int i) const { return keys[i].xy; }
     int& triangle(int i) const { return triangles[i]; }
+    static constexpr bool keepsCorners = false;
+    const double* cornerXY(int /*t*/, int /*k*/, int v) const { return xy(v); }
+    void setCorners(int, const double*, const double*, const double*) const {}
+    void prefetchCorners(int) const {}
 };
 
 /// One task of the pseudo-polygon triangulation.
@@ -144,6 +181,8 @@ struct RyTriangulationImpl {
     /// insertVertexByLocator with the locator's answer given as `start`; the locator is not
     /// touched.
     PkTriangulationStatus insertVertexNear(int vertex, int start);
+    /// The same, keeping the triangles' corner positions in the view's array.
+    PkTriangulationStatus insertVertexNear(const CornerVertexView& view, int vertex, int start);
     PkTriangulationStatus insertVertexFromPrevious(int vertex, int start);
     /// The same on a triangulation numbered in insertion order (no vertex excluded).
     PkTriangulationStatus insertVertexFromPrevious(const RankedVertexView& view,

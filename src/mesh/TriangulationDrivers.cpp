@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <new>
 #include <system_error>
 #include <thread>
 
@@ -261,42 +262,37 @@ namespace {
 
 /// The walks start at answers the helper gave long ago, so their first reads can be fetched a
 /// few insertions early, in stages that each read only what the stage before fetched: the start
-/// vertex's record, then its triangle, then that triangle's neighbours and corners, then the
-/// neighbours' corners (the walk and the flips read their positions). Hints only: an insertion
-/// in between may change what they would read, which costs a miss and nothing else.
+/// vertex's record, then its triangle, then that triangle's neighbours and the corner positions
+/// of all four (the walk and the flips read them). Hints only: an insertion in between may
+/// change what they would read, which costs a miss and nothing else.
 void prefetchStages(NearestAhead& ahead,
-                    const std::vector<PkMeshPoint3d>& vertices,
+                    const CornerVertexView& view,
                     const std::vector<PkMeshTriangle>& triangles,
                     int i) {
+    const std::vector<PkMeshPoint3d>& vertices = view.records;
     const std::size_t count = triangles.size();
-    auto triangleOf = [&](std::size_t position) -> const PkMeshTriangle* {
+    auto triangleOf = [&](std::size_t position) -> int {
         int s = 0;
-        if (!ahead.peek(position, s)) return nullptr;
+        if (!ahead.peek(position, s)) return -1;
         const int t = vertexTriangle(vertices[std::size_t(s)]);
-        return t >= 0 && std::size_t(t) < count ? &triangles[std::size_t(t)] : nullptr;
-    };
-    auto fetchCorners = [&](const PkMeshTriangle& t) {
-        for (int v : {triVerts(t)[0], triVerts(t)[1], triVerts(t)[2]}) {
-            if (v >= 0 && std::size_t(v) < vertices.size()) {
-                __builtin_prefetch(&vertices[std::size_t(v)]);
-            }
-        }
+        return t >= 0 && std::size_t(t) < count ? t : -1;
     };
     const std::size_t at = std::size_t(i);
     int s = 0;
     if (ahead.peek(at + 4, s)) __builtin_prefetch(&vertices[std::size_t(s)]);
-    if (const PkMeshTriangle* t = triangleOf(at + 3)) __builtin_prefetch(t);
-    if (const PkMeshTriangle* t = triangleOf(at + 2)) {
-        fetchCorners(*t);
-        for (int k = 0; k < 3; ++k) {
-            const int m = triNbrs(*t)[k];
-            if (m >= 0 && std::size_t(m) < count) __builtin_prefetch(&triangles[std::size_t(m)]);
-        }
+    const int t3 = triangleOf(at + 3);
+    if (t3 >= 0) {
+        __builtin_prefetch(&triangles[std::size_t(t3)]);
+        view.prefetchCorners(t3);
     }
-    if (const PkMeshTriangle* t = triangleOf(at + 1)) {
+    const int t2 = triangleOf(at + 2);
+    if (t2 >= 0) {
         for (int k = 0; k < 3; ++k) {
-            const int m = triNbrs(*t)[k];
-            if (m >= 0 && std::size_t(m) < count) fetchCorners(triangles[std::size_t(m)]);
+            const int m = triNbrs(triangles[std::size_t(t2)])[k];
+            if (m >= 0 && std::size_t(m) < count) {
+                __builtin_prefetch(&triangles[std::size_t(m)]);
+                view.prefetchCorners(m);
+            }
         }
     }
 }
@@ -306,23 +302,42 @@ void prefetchStages(NearestAhead& ahead,
 // Each insertion below is insertVertexByLocator with the locator's answer taken from the helper,
 // whose tree receives the same vertices in the same sequence. The locator itself is not touched
 // until the end: it is then the helper's tree when every vertex went in, or gets the vertices
-// that did go in (an early stop is rare and costs their insertion into the tree).
+// that did go in (an early stop is rare and costs their insertion into the tree). The insertions
+// keep the corner positions of every triangle beside the mesh (CornerVertexView).
 PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector<int>& order) {
     const int n = int(order.size());
+    // Slots [used - 4, used) hold the first mesh; each insertion takes two more.
+    const std::size_t used = triangles.size();
+    const std::size_t slots = used + 2 * std::size_t(n - 3);
+    if (slots > triangles.capacity()) triangles.reserve(slots);
+    // Working storage only: without it the insertions run as they do on one thread.
+    std::unique_ptr<double[]> corners;
+    try {
+        corners.reset(new double[6 * slots]);
+    } catch (const std::bad_alloc&) {
+        return insertShuffledFrom(order, 3);
+    }
+    adviseHugePages(corners.get(), 6 * slots * sizeof(double));
+    const CornerVertexView view{{vertices}, corners.get()};
+    for (std::size_t t = used - 4; t < used; ++t) {
+        const int* v = triVerts(triangles[t]);
+        view.setCorners(int(t),
+                        v[0] >= 0 ? view.xy(v[0]) : kNoPosition,
+                        v[1] >= 0 ? view.xy(v[1]) : kNoPosition,
+                        v[2] >= 0 ? view.xy(v[2]) : kNoPosition);
+    }
+
     std::unique_ptr<NearestAhead> ahead;
     try {
         // The helper starts from a copy of the locator (three vertices), which stays as it is
-        // here until the end. Each insertion appends two triangles to the room reserved for
-        // them.
-        const std::size_t used = triangles.size();
-        ahead =
-            std::make_unique<NearestAhead>(VertexKdTree(locator),
-                                           order,
-                                           3,
-                                           vertices,
-                                           triangles.data() + used,
-                                           (triangles.capacity() - used) * sizeof(PkMeshTriangle),
-                                           2 * sizeof(PkMeshTriangle));
+        // here until the end.
+        const SpareRoom room{triangles.data() + used,
+                             (triangles.capacity() - used) * sizeof(PkMeshTriangle),
+                             2 * sizeof(PkMeshTriangle)};
+        const SpareRoom cornerRoom{
+            corners.get() + 6 * used, (slots - used) * 6 * sizeof(double), 2 * 6 * sizeof(double)};
+        ahead = std::make_unique<NearestAhead>(
+            VertexKdTree(locator), order, 3, vertices, room, cornerRoom);
     } catch (const std::system_error&) {
         return insertShuffledFrom(order, 3);  // no thread to be had
     }
@@ -341,13 +356,13 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
                 __builtin_prefetch(
                     &vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
             }
-            prefetchStages(*ahead, vertices, triangles, i);
+            prefetchStages(*ahead, view, triangles, i);
             int start = 0;
             if (!ahead->nearest(std::size_t(i), start)) {
                 answered = false;
                 break;
             }
-            status = insertVertexNear(order[std::size_t(i)], start);
+            status = insertVertexNear(view, order[std::size_t(i)], start);
             if (status != StatusOk) break;
         }
     } catch (...) {

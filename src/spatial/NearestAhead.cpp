@@ -21,15 +21,12 @@ NearestAhead::NearestAhead(VertexKdTree&& tree,
                            const std::vector<int>& order,
                            std::size_t first,
                            const std::vector<PkMeshPoint3d>& vertices,
-                           const void* spare,
-                           std::size_t spareBytes,
-                           std::size_t bytesPerPosition)
+                           SpareRoom spare0,
+                           SpareRoom spare1)
     : order_(order),
       vertices_(vertices),
       first_(first),
-      spare_(static_cast<const char*>(spare)),
-      spareBytes_(spare ? spareBytes : 0),
-      bytesPerPosition_(bytesPerPosition),
+      spares_{spare0, spare1},
       answers_(order.size()),
       ready_(first),
       readySeen_(first) {
@@ -51,17 +48,22 @@ void NearestAhead::stop() {
 void NearestAhead::run() {
     try {
         const std::size_t n = order_.size();
-        std::size_t populated = 0;  // bytes of the spare range populated so far
+        std::size_t populated[2] = {0, 0};  // bytes of each spare range populated so far
         for (std::size_t i = first_; i < n; ++i) {
             if (stopRequested_.load(std::memory_order_relaxed)) return;
             // The insertions trail this loop; keep the memory they fill populated a stretch
             // beyond the position reached here, a chunk at a time.
-            const std::size_t wanted =
-                std::min(spareBytes_, (i - first_ + kPopulateLead) * bytesPerPosition_);
-            if (wanted > populated &&
-                (wanted - populated >= kPopulateChunk || wanted == spareBytes_)) {
-                populatePages(spare_ + populated, wanted - populated);
-                populated = wanted;
+            for (int k = 0; k < 2; ++k) {
+                const SpareRoom& spare = spares_[k];
+                if (spare.data == nullptr) continue;
+                const std::size_t wanted =
+                    std::min(spare.bytes, (i - first_ + kPopulateLead) * spare.bytesPerPosition);
+                if (wanted > populated[k] &&
+                    (wanted - populated[k] >= kPopulateChunk || wanted == spare.bytes)) {
+                    populatePages(static_cast<const char*>(spare.data) + populated[k],
+                                  wanted - populated[k]);
+                    populated[k] = wanted;
+                }
             }
             constexpr std::size_t kPrefetchDistance = 8;  // the order is shuffled: reads miss
             if (i + kPrefetchDistance < n) {

@@ -13,21 +13,26 @@
 #include "PkMeshPoint3d.h"
 #include "spatial/VertexKdTree.h"
 
+/// Memory that the insertions fill front to back at `bytesPerPosition` bytes per position.
+struct SpareRoom {
+    const void* data = nullptr;
+    std::size_t bytes = 0;
+    std::size_t bytesPerPosition = 0;
+};
+
 class NearestAhead {
 public:
     /// Starts the helper on `tree`, which answers for positions first, first + 1, ...
     /// of `order` and then receives that position's vertex. The three references must outlive
     /// this object and stay unchanged, except for the triangle indices of the records.
     /// Throws what starting a thread throws (nothing is started then). Along the way the helper
-    /// populates [spare, spare + spareBytes) a little ahead of the insertions, which fill it
-    /// front to back at `bytesPerPosition` bytes per position (see populatePages).
+    /// populates each spare range a little ahead of the insertions (see populatePages).
     NearestAhead(VertexKdTree&& tree,
                  const std::vector<int>& order,
                  std::size_t first,
                  const std::vector<PkMeshPoint3d>& vertices,
-                 const void* spare = nullptr,
-                 std::size_t spareBytes = 0,
-                 std::size_t bytesPerPosition = 0);
+                 SpareRoom spare0 = SpareRoom(),
+                 SpareRoom spare1 = SpareRoom());
     /// Stops and joins the helper.
     ~NearestAhead();
     NearestAhead(const NearestAhead&) = delete;
@@ -58,9 +63,7 @@ private:
     const std::vector<int>& order_;
     const std::vector<PkMeshPoint3d>& vertices_;
     std::size_t first_;
-    const char* spare_;
-    std::size_t spareBytes_;
-    std::size_t bytesPerPosition_;
+    SpareRoom spares_[2];
     std::vector<int> answers_;
     /// Positions below it are answered (release by the helper, acquire by the caller).
     std::atomic<std::size_t> ready_;
