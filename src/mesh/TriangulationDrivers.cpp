@@ -262,24 +262,23 @@ namespace {
 
 /// The walks start at answers the helper gave long ago, so their first reads can be fetched a
 /// few insertions early, in stages that each read only what the stage before fetched: the start
-/// vertex's record, then its triangle, then that triangle's neighbours and the corner positions
-/// of all four (the walk and the flips read them). Hints only: an insertion in between may
-/// change what they would read, which costs a miss and nothing else.
+/// vertex's triangle index, then its triangle, then that triangle's neighbours and the corner
+/// positions of all four (the walk and the flips read them). Hints only: an insertion in between
+/// may change what they would read, which costs a miss and nothing else.
 void prefetchStages(NearestAhead& ahead,
                     const CornerVertexView& view,
                     const std::vector<PkMeshTriangle>& triangles,
                     int i) {
-    const std::vector<PkMeshPoint3d>& vertices = view.records;
     const std::size_t count = triangles.size();
     auto triangleOf = [&](std::size_t position) -> int {
         int s = 0;
         if (!ahead.peek(position, s)) return -1;
-        const int t = vertexTriangle(vertices[std::size_t(s)]);
+        const int t = view.triangle(s);
         return t >= 0 && std::size_t(t) < count ? t : -1;
     };
     const std::size_t at = std::size_t(i);
     int s = 0;
-    if (ahead.peek(at + 4, s)) __builtin_prefetch(&vertices[std::size_t(s)]);
+    if (ahead.peek(at + 4, s)) __builtin_prefetch(&view.triangle(s));
     const int t3 = triangleOf(at + 3);
     if (t3 >= 0) {
         __builtin_prefetch(&triangles[std::size_t(t3)]);
@@ -312,13 +311,24 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
     if (slots > triangles.capacity()) triangles.reserve(slots);
     // Working storage only: without it the insertions run as they do on one thread.
     std::unique_ptr<double[]> corners;
+    std::vector<int> triangleOf;
     try {
         corners.reset(new double[6 * slots]);
+        triangleOf.resize(std::size_t(n));
     } catch (const std::bad_alloc&) {
         return insertShuffledFrom(order, 3);
     }
     adviseHugePages(corners.get(), 6 * slots * sizeof(double));
-    const CornerVertexView view{{vertices}, corners.get()};
+    for (int v = 0; v < n; ++v)
+        triangleOf[std::size_t(v)] = vertexTriangle(vertices[std::size_t(v)]);
+    // Whatever the outcome, the records get the triangle indices back before anything else
+    // reads them.
+    auto copyBack = [&] {
+        for (int v = 0; v < n; ++v) {
+            vertexTriangle(vertices[std::size_t(v)]) = triangleOf[std::size_t(v)];
+        }
+    };
+    const CornerVertexView view{{vertices}, corners.get(), triangleOf.data()};
     for (std::size_t t = used - 4; t < used; ++t) {
         const int* v = triVerts(triangles[t]);
         view.setCorners(int(t),
@@ -339,6 +349,7 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
         ahead = std::make_unique<NearestAhead>(
             VertexKdTree(locator), order, 3, vertices, room, cornerRoom);
     } catch (const std::system_error&) {
+        copyBack();
         return insertShuffledFrom(order, 3);  // no thread to be had
     }
     // The locator as the plain run would leave it after positions [3, end) went in.
@@ -366,10 +377,12 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
             if (status != StatusOk) break;
         }
     } catch (...) {
+        copyBack();
         ahead.reset();
         catchUpLocator(i);
         throw;
     }
+    copyBack();
     if (answered && status == StatusOk && ahead->finish(locator)) return StatusOk;
     ahead.reset();
     catchUpLocator(i);
