@@ -27,6 +27,7 @@ NearestAhead::NearestAhead(VertexKdTree&& tree,
       vertices_(vertices),
       first_(first),
       spares_{spare0, spare1},
+      claimed_{spare0.data ? 0 : spare0.bytes, spare1.data ? 0 : spare1.bytes},
       answers_(order.size()),
       ready_(first),
       readySeen_(first) {
@@ -48,21 +49,15 @@ void NearestAhead::stop() {
 void NearestAhead::run() {
     try {
         const std::size_t n = order_.size();
-        std::size_t populated[2] = {0, 0};  // bytes of each spare range populated so far
         for (std::size_t i = first_; i < n; ++i) {
             if (stopRequested_.load(std::memory_order_relaxed)) return;
             // The insertions trail this loop; keep the memory they fill populated a stretch
             // beyond the position reached here, a chunk at a time.
             for (int k = 0; k < 2; ++k) {
                 const SpareRoom& spare = spares_[k];
-                if (spare.data == nullptr) continue;
                 const std::size_t wanted =
                     std::min(spare.bytes, (i - first_ + kPopulateLead) * spare.bytesPerPosition);
-                if (wanted > populated[k] &&
-                    (wanted - populated[k] >= kPopulateChunk || wanted == spare.bytes)) {
-                    populatePages(static_cast<const char*>(spare.data) + populated[k],
-                                  wanted - populated[k]);
-                    populated[k] = wanted;
+                while (claimed_[k].load(std::memory_order_relaxed) < wanted && populateChunk(k)) {
                 }
             }
             constexpr std::size_t kPrefetchDistance = 8;  // the order is shuffled: reads miss
@@ -84,6 +79,16 @@ void NearestAhead::run() {
     }
 }
 
+bool NearestAhead::populateChunk(int k) {
+    const SpareRoom& spare = spares_[k];
+    if (claimed_[k].load(std::memory_order_relaxed) >= spare.bytes) return false;
+    const std::size_t at = claimed_[k].fetch_add(kPopulateChunk, std::memory_order_relaxed);
+    if (at >= spare.bytes) return false;
+    populatePages(static_cast<const char*>(spare.data) + at,
+                  std::min(kPopulateChunk, spare.bytes - at));
+    return true;
+}
+
 bool NearestAhead::nearest(std::size_t position, int& vertex) {
     int spins = 0;
     while (position >= readySeen_) {
@@ -95,7 +100,8 @@ bool NearestAhead::nearest(std::size_t position, int& vertex) {
             if (position < readySeen_) break;
             return false;
         }
-        waitStep(spins);
+        // Rather than wait, take over some of the helper's other work: populating the rooms.
+        if (!populateChunk(0) && !populateChunk(1)) waitStep(spins);
     }
     vertex = answers_[position];
     return true;

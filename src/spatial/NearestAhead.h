@@ -58,12 +58,18 @@ public:
 private:
     void run();
     void stop();
+    /// Populates the next unclaimed chunk of room k; false when none is left.
+    bool populateChunk(int k);
 
     VertexKdTree tree_;
     const std::vector<int>& order_;
     const std::vector<PkMeshPoint3d>& vertices_;
     std::size_t first_;
     SpareRoom spares_[2];
+    /// Bytes of each room handed out for populating (beyond the room's size when all are).
+    /// Both threads take chunks: the helper as the insertions near them, the caller while it
+    /// waits for an answer.
+    std::atomic<std::size_t> claimed_[2];
     std::vector<int> answers_;
     /// Positions below it are answered (release by the helper, acquire by the caller).
     std::atomic<std::size_t> ready_;
