@@ -281,6 +281,26 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
     const int limit = maxIterations;
     const bool anyConstraint = !constraintEdges.empty();
 
+    if constexpr (View::keepsCorners) {
+        // A flip exposes the triangles beyond the one across the checked edge and writes to one
+        // of them at once. Start the loads of that ring for every initial check now, side by
+        // side, rather than one check at a time.
+        for (int k = 0; k < list.count; ++k) {
+            const int t = list.items[k];
+            const int* tv = triVerts(tris[t]);
+            const int i = tv[0] == p ? 0 : (tv[1] == p ? 1 : 2);
+            const int u = triNbrs(tris[t])[nextLocalIndex(i)];
+            if (unsigned(u) >= unsigned(triangleCount)) continue;
+            const int* un = triNbrs(tris[u]);
+            for (int j = 0; j < 3; ++j) {
+                const int w = un[j];
+                if (w != t && unsigned(w) < unsigned(triangleCount)) {
+                    __builtin_prefetch(&tris[w]);
+                    view.prefetchCorners(w);
+                }
+            }
+        }
+    }
     int count = 0;
     while (top > 0) {
         const int t = stack[--top];

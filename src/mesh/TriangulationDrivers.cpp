@@ -262,9 +262,10 @@ namespace {
 
 /// The walks start at answers the helper gave long ago, so their first reads can be fetched a
 /// few insertions early, in stages that each read only what the stage before fetched: the start
-/// vertex's triangle index, then its triangle, then that triangle's neighbours and the corner
-/// positions of all four (the walk and the flips read them). Hints only: an insertion in between
-/// may change what they would read, which costs a miss and nothing else.
+/// vertex's triangle index, then its triangle, then that triangle's neighbours and then theirs,
+/// each with its corner positions (most walks end within two steps, and the flips work around
+/// where they end). Hints only: an insertion in between may change what they would read, which
+/// costs a miss and nothing else.
 void prefetchStages(NearestAhead& ahead,
                     const CornerVertexView& view,
                     const std::vector<PkMeshTriangle>& triangles,
@@ -291,6 +292,20 @@ void prefetchStages(NearestAhead& ahead,
             if (m >= 0 && std::size_t(m) < count) {
                 __builtin_prefetch(&triangles[std::size_t(m)]);
                 view.prefetchCorners(m);
+            }
+        }
+    }
+    const int t1 = triangleOf(at + 1);
+    if (t1 >= 0) {
+        for (int k = 0; k < 3; ++k) {
+            const int m = triNbrs(triangles[std::size_t(t1)])[k];
+            if (m < 0 || std::size_t(m) >= count) continue;
+            for (int j = 0; j < 3; ++j) {
+                const int w = triNbrs(triangles[std::size_t(m)])[j];
+                if (w != t1 && w >= 0 && std::size_t(w) < count) {
+                    __builtin_prefetch(&triangles[std::size_t(w)]);
+                    view.prefetchCorners(w);
+                }
             }
         }
     }
