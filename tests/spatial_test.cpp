@@ -504,7 +504,80 @@ TEST_P(KdTreeSweep, NearestMatchesBruteForce) {
                 stats.worstRatio);
 }
 
+void expectSameTree(const VertexKdTree& a, const VertexKdTree& b) {
+    EXPECT_EQ(a.root, b.root);
+    EXPECT_EQ(a.rootAxis, b.rootAxis);
+    EXPECT_EQ(a.pointCount, b.pointCount);
+    EXPECT_EQ(a.boxFitted, b.boxFitted);
+    for (int k = 0; k < 2; ++k) {
+        EXPECT_EQ(a.boxMin[k], b.boxMin[k]);
+        EXPECT_EQ(a.boxMax[k], b.boxMax[k]);
+    }
+    ASSERT_EQ(a.nodes.size(), b.nodes.size());
+    for (std::size_t i = 0; i < a.nodes.size(); ++i) {
+        const KdNode& x = a.nodes[i];
+        const KdNode& y = b.nodes[i];
+        ASSERT_EQ(x.child0, y.child0) << "node " << i;
+        ASSERT_EQ(x.child1, y.child1) << "node " << i;
+        ASSERT_EQ(x.bucket, y.bucket) << "node " << i;
+        ASSERT_EQ(x.coords, y.coords) << "node " << i;
+        for (int k = 0; k < 4; ++k) ASSERT_EQ(x.extent[k], y.extent[k]) << "node " << i;
+    }
+}
+
+/// The search-and-insert in one descent must answer as the search did and leave the tree exactly
+/// as the insertion after it would: every node, bucket order, extent and box.
+void expectSearchThenInsertMatches(const std::vector<PkMeshPoint3d>& vertices, bool withBuild) {
+    VertexKdTree apart, together;
+    std::size_t next = 0;
+    if (withBuild) {
+        const std::vector<PkMeshPoint3d> first(vertices.begin(), vertices.begin() + 3);
+        apart.build({0, 1, 2}, first);
+        together.build({0, 1, 2}, first);
+        next = 3;
+    }
+    int mismatches = 0;
+    for (; next < vertices.size(); ++next) {
+        const PkGePoint3d p = vertices[next].getPoint();
+        const double xy[2] = {p.x, p.y};
+        const int expected = apart.nearestIndex(xy);
+        apart.insertPoint(int(next), xy);
+        const int got = together.nearestThenInsert(int(next), xy);
+        if (got != expected && ++mismatches <= 5) {
+            ADD_FAILURE() << "vertex " << next << " at " << formatPoint(p.x, p.y) << ": " << got
+                          << " instead of " << expected;
+        }
+    }
+    EXPECT_EQ(mismatches, 0);
+    expectSameTree(apart, together);
+}
+
+TEST_P(KdTreeSweep, SearchThenInsertMatchesTheTwoCalls) {
+    const SweepCase c = GetParam();
+    expectSearchThenInsertMatches(kGenerators[c.generator].make(c.seed).vertices, c.withBuild);
+}
+
 INSTANTIATE_TEST_SUITE_P(Generators, KdTreeSweep, testing::ValuesIn(sweepCases()), sweepName);
+
+// Coordinates from 2^-200 out to 2^700 (beyond what a triangulation accepts, but finite, which is
+// all the tree asks): squared distances to far extents and splitting lines overflow, which can
+// end the search's first descent above the leaf.
+TEST(VertexKdTree, SearchThenInsertMatchesAtExtremeMagnitudes) {
+    for (std::uint64_t seed : {3u, 17u, 40u}) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937_64 rng(seed);
+        std::uniform_int_distribution<int> exponent(-200, 700);
+        std::uniform_real_distribution<double> mantissa(-1.0, 1.0);
+        std::vector<PkMeshPoint3d> vertices;
+        for (int i = 0; i < 900; ++i) {
+            const double x = std::ldexp(mantissa(rng), exponent(rng));
+            const double y = std::ldexp(mantissa(rng), i % 3 == 0 ? 0 : exponent(rng));
+            vertices.push_back(vertexAt(x, y));
+            if (i % 7 == 0) vertices.push_back(vertexAt(x, y));  // repeats share a leaf
+        }
+        for (bool withBuild : {false, true}) expectSearchThenInsertMatches(vertices, withBuild);
+    }
+}
 
 // ---- edge cases ---------------------------------------------------------------------------------
 

@@ -67,9 +67,8 @@ void NearestAhead::run() {
             const int v = order_[i];
             const double* p = vertexXY(vertices_[std::size_t(v)]);
             // The locator answers 0 for an empty tree (its caller starts from vertex 0).
-            const int found = tree_.nearestIndex(p);
+            const int found = tree_.nearestThenInsert(v, p);
             answers_[i] = found < 0 ? 0 : found;
-            tree_.insertPoint(v, p);
             if ((i + 1) % kBatch == 0 || i + 1 == n) ready_.store(i + 1, std::memory_order_release);
         }
     } catch (...) {

@@ -136,13 +136,17 @@ void VertexKdTree::insertVertex(int v, const std::vector<PkMeshPoint3d>& vertice
 void VertexKdTree::insertAt(int v, const double* p) {
     ++pointCount;
     while (!contains(p)) growBox(p);
+    insertFrom(root, rootAxis, boxMin, boxMax, 0, v, p);
+}
 
-    int node = root;
-    int axis = rootAxis;
-    Box box{{boxMin[0], boxMin[1]}, {boxMax[0], boxMax[1]}};
+// The descent of insertAt from `node` (at `depth`, splitting along `axis`, with box lo..hi),
+// which p lies in.
+void VertexKdTree::insertFrom(
+    int node, int axis, const double* lo, const double* hi, int depth, int v, const double* p) {
+    Box box{{lo[0], lo[1]}, {hi[0], hi[1]}};
     // Bisection separates distinct doubles within about 2100 levels per axis; past that the
     // bucket holds (nearly) identical points that no split can separate, so it just grows.
-    for (int depth = 0;; ++depth) {
+    for (;; ++depth) {
         KdNode* n = &nodes[std::size_t(node)];
         if (n->child0 == n->child1) {
             if (int(n->bucket.size()) < BucketCapacity || depth > kMaxSplitDepth) {
@@ -210,6 +214,37 @@ PkMeshPoint3d VertexKdTree::findNearestVertex(const PkMeshPoint3d& q,
 }
 
 int VertexKdTree::nearestIndex(const double* qp) {
+    return search(qp, nullptr);
+}
+
+// The search's first descent follows the same midpoint rule as an insertion of q, so it passes
+// through every node that insertion would widen and stops at the leaf it would store q in
+// (unless an extent test ends it early, which only happens for extents so far away that their
+// squared distance overflows): q's insertion then starts from that leaf.
+int VertexKdTree::nearestThenInsert(int v, const double* p) {
+    if (!contains(p)) {
+        const int found = search(p, nullptr);
+        insertAt(v, p);
+        return found;
+    }
+    DescentPath& path = descentPath;
+    const int found = search(p, &path);
+    ++pointCount;
+    if (!path.reachedLeaf) {
+        insertFrom(root, rootAxis, boxMin, boxMax, 0, v, p);
+        return found;
+    }
+    for (const int node : path.inner) widen(nodes[std::size_t(node)].extent, p);
+    insertFrom(path.leaf, path.axis, path.lo, path.hi, int(path.inner.size()), v, p);
+    return found;
+}
+
+int VertexKdTree::search(const double* qp, DescentPath* path) {
+    if (path) {
+        path->inner.clear();
+        path->reachedLeaf = false;
+    }
+    bool descending = path != nullptr;  // still on the first descent
     int found = -1;
     double best = kHuge;
     searchStack[0] =
@@ -233,6 +268,14 @@ int VertexKdTree::nearestIndex(const double* qp) {
                 break;
             }
             const KdNode& n = nodes[std::size_t(node)];
+            if (descending && n.child0 == n.child1) {
+                // The leaf q falls in, whether or not the extent test below skips it.
+                path->reachedLeaf = true;
+                path->leaf = node;
+                path->axis = axis;
+                path->lo[0] = box.lo[0], path->lo[1] = box.lo[1];
+                path->hi[0] = box.hi[0], path->hi[1] = box.hi[1];
+            }
             // Beyond the described pruning, skip a subtree whose points all lie at least `best`
             // away: only a strictly smaller distance replaces the best, so the sequence of
             // bests, and with it every later decision and the result, is unchanged.
@@ -253,6 +296,7 @@ int VertexKdTree::nearestIndex(const double* qp) {
             // Both children are read soon (the far one unless pruned): start their loads now.
             __builtin_prefetch(&nodes[std::size_t(n.child0)]);
             __builtin_prefetch(&nodes[std::size_t(n.child1)]);
+            if (descending) path->inner.push_back(node);
             const double mid = splitMid(box, axis);
             const double gap = qp[axis] - mid;
             const int next = axis == 0 ? 1 : 0;
@@ -275,6 +319,7 @@ int VertexKdTree::nearestIndex(const double* qp) {
             axis = next;
             bound = gap * gap;
         }
+        descending = false;  // whatever ended it
     }
     return found;
 }

@@ -57,6 +57,8 @@ public:
                                     int& nearest);
     /// Index of the nearest inserted vertex to (q[0], q[1]) by the same search; -1 when empty.
     int nearestIndex(const double* q);
+    /// nearestIndex(p), then insertPoint(v, p), in one descent where they share it.
+    int nearestThenInsert(int v, const double* p);
     /// Sets the tree box to the records' bounding box and inserts indices[i] at records[i].
     void build(const std::vector<int>& indices, const std::vector<PkMeshPoint3d>& records);
     bool isEmpty() const { return pointCount == 0; }
@@ -71,6 +73,22 @@ public:
     std::vector<KdSearchEntry> searchStack;
 
 private:
+    /// The nodes a search's first descent passed through, and the leaf it reached.
+    struct DescentPath {
+        std::vector<int> inner;
+        bool reachedLeaf = false;
+        int leaf = 0;
+        int axis = 0;
+        double lo[2] = {0.0, 0.0};
+        double hi[2] = {0.0, 0.0};
+    };
+
+    /// Working storage of nearestThenInsert (kept between calls, like the search stack).
+    DescentPath descentPath;
+
+    int search(const double* q, DescentPath* path);
+    void insertFrom(
+        int node, int axis, const double* lo, const double* hi, int depth, int v, const double* p);
     int newNode();
     void growBox(const double* p);
     void fitBox();
