@@ -219,8 +219,8 @@ int VertexKdTree::nearestIndex(const double* qp) {
 
 // The search's first descent follows the same midpoint rule as an insertion of q, so it passes
 // through every node that insertion would widen and stops at the leaf it would store q in
-// (unless an extent test ends it early, which only happens for extents so far away that their
-// squared distance overflows): q's insertion then starts from that leaf.
+// (unless a distance test ends it early, which needs a squared distance that overflows): q's
+// insertion then starts from that leaf.
 int VertexKdTree::nearestThenInsert(int v, const double* p) {
     if (!contains(p)) {
         const int found = search(p, nullptr);
