@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <iostream>
 #include <limits>
+#include <memory>
+#include <random>
 #include <set>
 #include <sstream>
 #include <string>
@@ -17,6 +19,7 @@
 
 #include "RyTriangulation.h"
 #include "mesh/HelperThread.h"
+#include "mesh/InsertionScouts.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
@@ -1297,3 +1300,134 @@ TEST(DelaunayObject, SecondTriangulationStartsClean) {
 }
 
 }  // namespace
+
+namespace {
+
+/// A finished mesh seen the way the insertion scouts see one during a shuffled run: corner
+/// positions per slot (zeros for the ghost vertex) and the vertices' triangle indices.
+struct ScoutedMesh {
+    RyTriangulation tri{true, true};
+    std::vector<double> corners;
+    std::vector<int> triangleOf;
+    std::unique_ptr<CornerVertexView> view;
+
+    explicit ScoutedMesh(const Points& points) {
+        tri.setCDTTolerence(0.0);
+        EXPECT_EQ(tri.delaunayTriangulation(points), StatusOk);
+        RyTriangulationImpl& m = *RyTriangulationAccess::impl(tri);
+        corners.assign(6 * m.triangles.size(), 0.0);
+        for (std::size_t t = 0; t < m.triangles.size(); ++t) {
+            for (int k = 0; k < 3; ++k) {
+                const int v = triVerts(m.triangles[t])[k];
+                if (v < 0) continue;
+                corners[6 * t + 2 * std::size_t(k)] = vertexXY(m.vertices[std::size_t(v)])[0];
+                corners[6 * t + 2 * std::size_t(k) + 1] = vertexXY(m.vertices[std::size_t(v)])[1];
+            }
+        }
+        for (const PkMeshPoint3d& v : m.vertices) triangleOf.push_back(vertexTriangle(v));
+        view.reset(new CornerVertexView{{m.vertices}, corners.data(), triangleOf.data()});
+    }
+    RyTriangulationImpl& impl() { return *RyTriangulationAccess::impl(tri); }
+    ScoutMesh scoutMesh(std::vector<int>* fetched = nullptr) {
+        return ScoutMesh{
+            impl().triangles.data(), unsigned(impl().triangles.size()), view.get(), fetched};
+    }
+    const double* corner(int t, int k) const { return &corners[6 * std::size_t(t) + 2 * k]; }
+    bool isReal(int t) {
+        const int* v = triVerts(impl().triangles[std::size_t(t)]);
+        return v[0] >= 0 && v[1] >= 0 && v[2] >= 0;
+    }
+    /// A point strictly inside real triangle t (barycentric weights of at least 0.1).
+    std::array<double, 2> pointIn(int t, std::mt19937& rng) const {
+        std::uniform_real_distribution<double> u(0.1, 0.8);
+        const double a = u(rng), b = u(rng) * (0.9 - a);
+        const double c = 1.0 - a - b;
+        return {a * corner(t, 0)[0] + b * corner(t, 1)[0] + c * corner(t, 2)[0],
+                a * corner(t, 0)[1] + b * corner(t, 1)[1] + c * corner(t, 2)[1]};
+    }
+};
+
+}  // namespace
+
+// The scouts only fetch memory for the insertions ahead, so a wrong turn costs speed and no
+// comparison of results would see it. Their geometry is checked here on finished meshes.
+TEST(InsertionScouts, WalkFromAnyTriangleEndsInTheOneHoldingThePoint) {
+    ScoutedMesh mesh(rytest::uniformPoints(3000, 61, 0.0, 1000.0));
+    const ScoutMesh scoutMesh = mesh.scoutMesh();
+    const int count = int(mesh.impl().triangles.size());
+    std::mt19937 rng(62);
+    std::uniform_int_distribution<int> slot(0, count - 1);
+    int walks = 0;
+    while (walks < 2000) {
+        const int target = slot(rng), start = slot(rng);
+        if (!mesh.isReal(target) || !mesh.isReal(start)) continue;
+        ++walks;
+        const std::array<double, 2> p = mesh.pointIn(target, rng);
+        Scout scout(1 << 20);
+        scout.start(scoutMesh, start);
+        int steps = 0;
+        while (scout.active() && scout.found() < 0) {
+            scout.advance(scoutMesh, p.data());
+            ++steps;
+        }
+        ASSERT_EQ(scout.found(), target) << "from " << start << " after " << steps << " steps";
+    }
+}
+
+// From the triangle holding p, the scout must fetch every neighbour of every triangle whose
+// circumcircle holds p (the triangles the flips replace, and those they read beside them), up to
+// the rings it grows. Exact incircle decides the region; a sample where plain arithmetic
+// disagrees with it on a triangle met is skipped, and those must be rare.
+TEST(InsertionScouts, GrowthFetchesTheRingAroundTheConflictRegion) {
+    ScoutedMesh mesh(rytest::uniformPoints(3000, 63, 0.0, 1000.0));
+    std::vector<int> fetched;
+    const ScoutMesh scoutMesh = mesh.scoutMesh(&fetched);
+    const int count = int(mesh.impl().triangles.size());
+    std::mt19937 rng(64);
+    std::uniform_int_distribution<int> slot(0, count - 1);
+    int samples = 0, skipped = 0, grown = 0;
+    while (samples < 3000) {
+        const int t = slot(rng);
+        if (!mesh.isReal(t)) continue;
+        ++samples;
+        const std::array<double, 2> p = mesh.pointIn(t, rng);
+        fetched.clear();
+        Scout scout;
+        scout.start(scoutMesh, t);
+        while (scout.active()) scout.advance(scoutMesh, p.data());
+        ASSERT_EQ(scout.found(), t);
+        // Breadth-first over the exact conflict region, rings counted from t's neighbours.
+        std::vector<std::pair<int, int>> ring = {{t, -1}};
+        std::set<int> expected;
+        bool disagree = false;
+        for (int depth = 0; depth <= Scout::kMaxRings && !ring.empty(); ++depth) {
+            std::vector<std::pair<int, int>> next;
+            for (const auto& [m, from] : ring) {
+                if (depth > 0) {
+                    if (!mesh.isReal(m)) continue;
+                    const bool exact =
+                        incircle(
+                            mesh.corner(m, 0), mesh.corner(m, 1), mesh.corner(m, 2), p.data()) > 0;
+                    disagree |= exact != Scout::insideCircle(scoutMesh, m, p.data());
+                    if (!exact) continue;
+                    grown += 1;
+                }
+                for (int k = 0; k < 3; ++k) {
+                    const int w = triNbrs(mesh.impl().triangles[std::size_t(m)])[k];
+                    if (w == from || w < 0) continue;
+                    expected.insert(w);
+                    next.emplace_back(w, m);
+                }
+            }
+            ring = std::move(next);
+        }
+        if (disagree) {
+            ++skipped;
+            continue;
+        }
+        const std::set<int> got(fetched.begin(), fetched.end());
+        for (int w : expected) ASSERT_TRUE(got.count(w)) << "sample " << samples << " slot " << w;
+    }
+    EXPECT_LT(skipped, samples / 100);
+    EXPECT_GT(grown, samples);  // the region usually reaches beyond t
+}

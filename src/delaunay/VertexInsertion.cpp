@@ -281,26 +281,6 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
     const int limit = maxIterations;
     const bool anyConstraint = !constraintEdges.empty();
 
-    if constexpr (View::keepsCorners) {
-        // A flip exposes the triangles beyond the one across the checked edge and writes to one
-        // of them at once. Start the loads of that ring for every initial check now, side by
-        // side, rather than one check at a time.
-        for (int k = 0; k < list.count; ++k) {
-            const int t = list.items[k];
-            const int* tv = triVerts(tris[t]);
-            const int i = tv[0] == p ? 0 : (tv[1] == p ? 1 : 2);
-            const int u = triNbrs(tris[t])[nextLocalIndex(i)];
-            if (unsigned(u) >= unsigned(triangleCount)) continue;
-            const int* un = triNbrs(tris[u]);
-            for (int j = 0; j < 3; ++j) {
-                const int w = un[j];
-                if (w != t && unsigned(w) < unsigned(triangleCount)) {
-                    __builtin_prefetch(&tris[w]);
-                    view.prefetchCorners(w);
-                }
-            }
-        }
-    }
     int count = 0;
     while (top > 0) {
         const int t = stack[--top];
@@ -330,13 +310,9 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
         if (p == -1 || A == -1 || D == -1 || C == -1) return StatusFailed;
         // If the edge flips, both triangles beyond u are read next: start their loads now,
         // beside the load of D's coordinates.
-        if (unsigned(nAD) < unsigned(triangleCount)) {
-            __builtin_prefetch(&tris[nAD]);
-            view.prefetchCorners(nAD);
-        }
-        if (unsigned(nDC) < unsigned(triangleCount)) {
-            __builtin_prefetch(&tris[nDC]);
-            view.prefetchCorners(nDC);
+        if constexpr (!View::scoutedAhead) {
+            if (unsigned(nAD) < unsigned(triangleCount)) __builtin_prefetch(&tris[nAD]);
+            if (unsigned(nDC) < unsigned(triangleCount)) __builtin_prefetch(&tris[nDC]);
         }
         // Positions of the real ones among p, A, D and C (p always is).
         auto xp = [&] { return view.xy(p); };

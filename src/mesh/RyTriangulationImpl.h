@@ -47,11 +47,11 @@ struct RecordVertexView {
     const double* xy(int i) const { return vertexXY(records[std::size_t(i)]); }
     int& triangle(int i) const { return vertexTriangle(records[std::size_t(i)]); }
     static constexpr bool keepsCorners = false;
+    static constexpr bool scoutedAhead = false;
     /// Position of corner k (vertex v, not the ghost vertex) of triangle t.
     const double* cornerXY(int /*t*/, int /*k*/, int v) const { return xy(v); }
     /// Records the positions of t's corners (where a view keeps them).
     void setCorners(int, const double*, const double*, const double*) const {}
-    void prefetchCorners(int) const {}
 };
 
 /// The same, with each triangle slot's three corner positions kept beside the mesh (six doubles
@@ -70,16 +70,14 @@ struct CornerVertexView : RecordVertexView {
         return corners + 6 * std::size_t(t) + 2 * std::size_t(k);
     }
     static constexpr bool keepsCorners = true;
+    /// Used only with the insertion scouts, which fetch the insertions' reads ahead: the walk
+    /// and the flip loop start no loads of their own.
+    static constexpr bool scoutedAhead = true;
     /// a, b and c may point into t's own entry: all six values are read before any is written.
     void setCorners(int t, const double* a, const double* b, const double* c) const {
         const double v[6] = {a[0], a[1], b[0], b[1], c[0], c[1]};
         double* d = corners + 6 * std::size_t(t);
         for (int k = 0; k < 6; ++k) d[k] = v[k];
-    }
-    void prefetchCorners(int t) const {
-        const double* d = corners + 6 * std::size_t(t);
-        __builtin_prefetch(d);
-        __builtin_prefetch(d + 5);
     }
 };
 
@@ -102,9 +100,9 @@ struct RankedVertexView {
     const double* xy(int i) const { return keys[i].xy; }
     int& triangle(int i) const { return triangles[i]; }
     static constexpr bool keepsCorners = false;
+    static constexpr bool scoutedAhead = false;
     const double* cornerXY(int /*t*/, int /*k*/, int v) const { return xy(v); }
     void setCorners(int, const double*, const double*, const double*) const {}
-    void prefetchCorners(int) const {}
 };
 
 /// One task of the pseudo-polygon triangulation.

@@ -10,6 +10,7 @@
 
 #include "mesh/HelperThread.h"
 #include "mesh/HugePages.h"
+#include "mesh/InsertionScouts.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationImpl.h"
 #include "spatial/NearestAhead.h"
@@ -258,61 +259,6 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledFrom(const std::vector<
     return StatusOk;
 }
 
-namespace {
-
-/// The walks start at answers the helper gave long ago, so their first reads can be fetched a
-/// few insertions early, in stages that each read only what the stage before fetched: the start
-/// vertex's triangle index, then its triangle, then that triangle's neighbours and then theirs,
-/// each with its corner positions (most walks end within two steps, and the flips work around
-/// where they end). Hints only: an insertion in between may change what they would read, which
-/// costs a miss and nothing else.
-void prefetchStages(NearestAhead& ahead,
-                    const CornerVertexView& view,
-                    const std::vector<PkMeshTriangle>& triangles,
-                    int i) {
-    const std::size_t count = triangles.size();
-    auto triangleOf = [&](std::size_t position) -> int {
-        int s = 0;
-        if (!ahead.peek(position, s)) return -1;
-        const int t = view.triangle(s);
-        return t >= 0 && std::size_t(t) < count ? t : -1;
-    };
-    const std::size_t at = std::size_t(i);
-    int s = 0;
-    if (ahead.peek(at + 4, s)) __builtin_prefetch(&view.triangle(s));
-    const int t3 = triangleOf(at + 3);
-    if (t3 >= 0) {
-        __builtin_prefetch(&triangles[std::size_t(t3)]);
-        view.prefetchCorners(t3);
-    }
-    const int t2 = triangleOf(at + 2);
-    if (t2 >= 0) {
-        for (int k = 0; k < 3; ++k) {
-            const int m = triNbrs(triangles[std::size_t(t2)])[k];
-            if (m >= 0 && std::size_t(m) < count) {
-                __builtin_prefetch(&triangles[std::size_t(m)]);
-                view.prefetchCorners(m);
-            }
-        }
-    }
-    const int t1 = triangleOf(at + 1);
-    if (t1 >= 0) {
-        for (int k = 0; k < 3; ++k) {
-            const int m = triNbrs(triangles[std::size_t(t1)])[k];
-            if (m < 0 || std::size_t(m) >= count) continue;
-            for (int j = 0; j < 3; ++j) {
-                const int w = triNbrs(triangles[std::size_t(m)])[j];
-                if (w != t1 && w >= 0 && std::size_t(w) < count) {
-                    __builtin_prefetch(&triangles[std::size_t(w)]);
-                    view.prefetchCorners(w);
-                }
-            }
-        }
-    }
-}
-
-}  // namespace
-
 // Each insertion below is insertVertexByLocator with the locator's answer taken from the helper,
 // whose tree receives the same vertices in the same sequence. The locator itself is not touched
 // until the end: it is then the helper's tree when every vertex went in, or gets the vertices
@@ -372,17 +318,18 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
         for (int k = 3; k < end; ++k) locator.insertVertex(order[std::size_t(k)], vertices);
     };
 
-    constexpr int kPrefetchDistance = 8;
+    constexpr int kPrefetchDistance = InsertionScouts::kLead;  // the scouts read the positions
     int i = 3;
     PkTriangulationStatus status = StatusOk;
     bool answered = true;
+    InsertionScouts scouts(*ahead, view, triangles, order);
     try {
         for (; i < n; ++i) {
             if (i + kPrefetchDistance < n) {
                 __builtin_prefetch(
                     &vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
             }
-            prefetchStages(*ahead, view, triangles, i);
+            scouts.advance(std::size_t(i));
             int start = 0;
             if (!ahead->nearest(std::size_t(i), start)) {
                 answered = false;
