@@ -1000,3 +1000,65 @@ TEST(VertexKdTree, CopyIsIndependent) {
 }
 
 }  // namespace
+
+// A scout only fetches what the query ahead will read, so a wrong turn costs speed and no
+// query's answer would show it. Insertion decides where a point belongs: a scout run to the end
+// must stop at the leaf that then receives the point (or, when that insertion splits the leaf,
+// at the node above the leaf that does).
+TEST(VertexKdTree, ScoutEndsAtTheLeafThatReceivesThePoint) {
+    // Random positions, and an integer grid whose box makes every split midpoint an integer, so
+    // that queries meet the tie rule (a coordinate on the split goes high).
+    std::mt19937 rng(71);
+    std::uniform_real_distribution<double> coord(-50.0, 50.0);
+    std::uniform_int_distribution<int> cell(0, 256);
+    const std::function<void(double*)> inputs[] = {
+        [&](double* p) { p[0] = coord(rng), p[1] = coord(rng); },
+        [&](double* p) { p[0] = cell(rng), p[1] = cell(rng); },
+    };
+    for (const auto& draw : inputs) {
+        VertexKdTree tree;
+        int next = 0;
+        const double corners[2][2] = {{0.0, 0.0}, {256.0, 256.0}};
+        if (&draw == &inputs[1]) {
+            for (const auto& c : corners) tree.insertPoint(next++, c);
+        }
+        for (; next < 20000; ++next) {
+            double p[2];
+            draw(p);
+            tree.insertPoint(next, p);
+        }
+        auto holds = [&](int node, int v, const auto& self) -> bool {
+            const KdNode& n = tree.nodes[std::size_t(node)];
+            if (n.child0 == n.child1) return std::count(n.bucket.begin(), n.bucket.end(), v) > 0;
+            return self(n.child0, v, self) || self(n.child1, v, self);
+        };
+        int splits = 0;
+        for (int k = 0; k < 3000; ++k, ++next) {
+            double q[2];
+            draw(q);
+            VertexKdTree::Scout scout;
+            tree.startScout(scout, q);
+            ASSERT_GE(scout.node, 0);
+            for (int round = 0; scout.node >= 0 && round < 100; ++round) {
+                tree.advanceScout(scout, q, 1);
+            }
+            ASSERT_GE(scout.leaf, 0);
+            const std::size_t before = tree.nodes[std::size_t(scout.leaf)].bucket.size();
+            tree.insertPoint(next, q);
+            const KdNode& reached = tree.nodes[std::size_t(scout.leaf)];
+            if (reached.child0 == reached.child1) {
+                EXPECT_EQ(reached.bucket.size(), before + 1) << k;
+                EXPECT_EQ(reached.bucket.back(), next) << k;
+            } else {
+                ++splits;
+                EXPECT_TRUE(holds(scout.leaf, next, holds)) << k;
+            }
+        }
+        EXPECT_GT(splits, 0);
+        // Outside the tree box there is nothing to scout.
+        const double far[2] = {1e6, 0.0};
+        VertexKdTree::Scout scout;
+        tree.startScout(scout, far);
+        EXPECT_LT(scout.node, 0);
+    }
+}

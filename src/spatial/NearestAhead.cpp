@@ -14,6 +14,9 @@ constexpr std::size_t kBatch = 32;
 /// Populate the spare memory this many positions beyond the helper's, in chunks of this size.
 constexpr std::size_t kPopulateLead = 1 << 16;
 constexpr std::size_t kPopulateChunk = std::size_t(2) << 20;
+/// Queries ahead that a tree scout starts, and the levels it descends at once when it does.
+constexpr std::size_t kScoutLead = 8;
+constexpr int kCachedLevels = 10;
 
 }  // namespace
 
@@ -49,6 +52,7 @@ void NearestAhead::stop() {
 void NearestAhead::run() {
     try {
         const std::size_t n = order_.size();
+        VertexKdTree::Scout scouts[kScoutLead];
         for (std::size_t i = first_; i < n; ++i) {
             if (stopRequested_.load(std::memory_order_relaxed)) return;
             // The insertions trail this loop; keep the memory they fill populated a stretch
@@ -60,9 +64,23 @@ void NearestAhead::run() {
                 while (claimed_[k].load(std::memory_order_relaxed) < wanted && populateChunk(k)) {
                 }
             }
-            constexpr std::size_t kPrefetchDistance = 8;  // the order is shuffled: reads miss
-            if (i + kPrefetchDistance < n) {
-                __builtin_prefetch(&vertices_[std::size_t(order_[i + kPrefetchDistance])]);
+            // The order is shuffled, so every read misses: a scout descends the tree toward each
+            // of the next kScoutLead points, one level a query below the top levels (which stay
+            // cached), so that each query finds its way and its leaf fetched.
+            if (i + kScoutLead + 2 < n) {
+                __builtin_prefetch(&vertices_[std::size_t(order_[i + kScoutLead + 2])]);
+            }
+            if (i + kScoutLead < n) {
+                VertexKdTree::Scout& scout = scouts[(i + kScoutLead) % kScoutLead];
+                const double* q = vertexXY(vertices_[std::size_t(order_[i + kScoutLead])]);
+                tree_.startScout(scout, q);
+                tree_.advanceScout(scout, q, kCachedLevels);
+            }
+            for (std::size_t j = i + 1; j < i + kScoutLead && j < n; ++j) {
+                VertexKdTree::Scout& scout = scouts[j % kScoutLead];
+                if (scout.node >= 0) {
+                    tree_.advanceScout(scout, vertexXY(vertices_[std::size_t(order_[j])]), 1);
+                }
             }
             const int v = order_[i];
             const double* p = vertexXY(vertices_[std::size_t(v)]);

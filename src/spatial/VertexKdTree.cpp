@@ -221,6 +221,16 @@ int VertexKdTree::nearestIndex(const double* qp) {
 // through every node that insertion would widen and stops at the leaf it would store q in
 // (unless a distance test ends it early, which needs a squared distance that overflows): q's
 // insertion then starts from that leaf.
+void VertexKdTree::startScout(Scout& s, const double* q) const {
+    s.node = -1;
+    s.leaf = -1;
+    if (nodes.empty() || !contains(q)) return;
+    s.node = root;
+    s.axis = rootAxis;
+    s.lo[0] = boxMin[0], s.lo[1] = boxMin[1];
+    s.hi[0] = boxMax[0], s.hi[1] = boxMax[1];
+}
+
 int VertexKdTree::nearestThenInsert(int v, const double* p) {
     if (!contains(p)) {
         const int found = search(p, nullptr);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "PkMeshPoint3d.h"
+#include "mesh/Prefetch.h"
 
 /// What a descent reads (children, extent) comes first and together, the leaf's lists after it:
 /// a search through inner nodes touches 40 contiguous bytes per level.
@@ -62,6 +63,55 @@ public:
     /// Sets the tree box to the records' bounding box and inserts indices[i] at records[i].
     void build(const std::vector<int>& indices, const std::vector<PkMeshPoint3d>& records);
     bool isEmpty() const { return pointCount == 0; }
+
+    /// A descent toward a point made a few levels at a time ahead of that point's query, so that
+    /// the query finds the nodes on its way, and its leaf's coordinates, in the cache. Reads the
+    /// tree only; whatever the tree does in between costs a miss and nothing else.
+    struct Scout {
+        int node = -1;  ///< -1: done
+        int leaf = -1;  ///< the leaf it ended at, if it got there
+        int axis = 0;
+        double lo[2] = {0.0, 0.0};
+        double hi[2] = {0.0, 0.0};
+    };
+    /// Places s at the root, or ends it when q lies outside the tree box.
+    void startScout(Scout& s, const double* q) const;
+    /// Moves s down by up to `levels` nodes toward q and fetches the node reached; at a leaf,
+    /// fetches the leaf's coordinates and ends. Inline: it runs for every query in flight.
+    void advanceScout(Scout& s, const double* q, int levels) const {
+        const KdNode* const base = nodes.data();
+        const int nodeCount = int(nodes.size());
+        for (int level = 0; s.node >= 0; ++level) {
+            if (s.node >= nodeCount) {
+                s.node = -1;
+                return;
+            }
+            const KdNode& n = base[s.node];
+            if (level == levels) {
+                const char* at = reinterpret_cast<const char*>(&n);
+                prefetchLine(at);
+                prefetchLine(at + sizeof(KdNode) - 1);
+                return;
+            }
+            if (n.child0 == n.child1) {
+                // The leaf: its coordinates are the query's next reads (16 bytes a point).
+                const char* c = reinterpret_cast<const char*>(n.coords.data());
+                const std::size_t bytes = n.coords.size() * sizeof(double);
+                for (std::size_t at = 0; at < bytes; at += 64) prefetchLine(c + at);
+                s.leaf = s.node;
+                s.node = -1;
+                return;
+            }
+            // The split is the box's midpoint (a coordinate equal to it goes high); the side is
+            // a coin toss, so it is chosen without a branch.
+            const double mid = (s.lo[s.axis] + s.hi[s.axis]) * 0.5;
+            const bool low = mid > q[s.axis];
+            double* const moved = low ? s.hi : s.lo;
+            moved[s.axis] = mid;
+            s.node = low ? n.child0 : n.child1;
+            s.axis ^= 1;
+        }
+    }
 
     int root;
     std::vector<KdNode> nodes;
