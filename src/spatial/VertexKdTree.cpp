@@ -262,12 +262,14 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
     const int nodeCount = int(nodes.size());
     int top = 0;
     while (top >= 0) {
-        const KdSearchEntry e = searchStack[std::size_t(top)];
-        --top;
+        // Fields straight from the stack: a local copy of the whole entry went through 16-byte
+        // stores that the next loads straddled, which stalls store forwarding.
+        const KdSearchEntry& e = searchStack[std::size_t(top)];
         int node = e.node;
         int axis = e.axis;
         Box box{{e.boxMinX, e.boxMinY}, {e.boxMaxX, e.boxMaxY}};
         double bound = e.bound;
+        --top;  // e is not read again: the pushes below may overwrite it
         // Below an inner node the child on the query's side is pushed last and popped at once;
         // going straight on to it is the same search without the round trip through the stack
         // (the far child is pushed, and the stack grows, exactly as for two pushes).
@@ -291,16 +293,20 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
             // bests, and with it every later decision and the result, is unchanged.
             if (extentDistance(n.extent, qp) >= best) break;
             if (n.child0 == n.child1) {
+                // Which entry improves on the best is a coin toss for the branch predictor: keep
+                // the position of the best without branches and look its index up at the end.
                 const double* c = n.coords.data();
-                for (std::size_t i = 0; i < n.bucket.size(); ++i) {
+                const std::size_t size = n.bucket.size();
+                std::size_t at = size;
+                for (std::size_t i = 0; i < size; ++i) {
                     const double dx = qp[0] - c[2 * i];
                     const double dy = qp[1] - c[2 * i + 1];
                     const double d = dx * dx + dy * dy;
-                    if (d < best) {
-                        best = d;
-                        found = n.bucket[i];
-                    }
+                    const bool better = d < best;
+                    at = better ? i : at;
+                    best = better ? d : best;
                 }
+                if (at != size) found = n.bucket[at];
                 break;
             }
             // Both children are read soon (the far one unless pruned): start their loads now.
