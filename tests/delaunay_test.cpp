@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
@@ -19,11 +20,13 @@
 
 #include "RyTriangulation.h"
 #include "mesh/HelperThread.h"
+#include "mesh/HugePages.h"
 #include "mesh/InsertionScouts.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
+#include "support/PeakMemory.h"
 #include "support/PointGenerators.h"
 
 namespace {
@@ -997,6 +1000,53 @@ TEST(HelperThread, InsertionIsTheSameWithAndWithoutIt) {
                 EXPECT_EQ(alone.record.locator.pointCount, int(c.points.size())) << name;
             }
         }
+    }
+}
+
+/// Counts every populated chunk as slow while alive, so that the helper switches the rest of
+/// each room to small pages after its first chunk.
+class EveryChunkSlow {
+public:
+    EveryChunkSlow() : saved(slowPopulateChunkTime()) {
+        setSlowPopulateChunkTime(std::chrono::nanoseconds(0));
+    }
+    ~EveryChunkSlow() { setSlowPopulateChunkTime(saved); }
+
+private:
+    std::chrono::nanoseconds saved;
+};
+
+// When populating huge pages turns out slow, the helper withdraws the advice for the rest of the
+// rooms it populates. Page sizes are invisible to the results: the same record, status and rand
+// sequence as alone. The switch must also really happen: the back of the triangle room (the
+// mesh's own array) then carries the kernel's no-huge-page flag, where the kernel shows flags.
+TEST(HelperThread, InsertionIsTheSameWhenPagesTurnSmall) {
+    const Points points = rytest::uniformPoints(300000, 61);
+    const HelperRun alone = runWithThreshold(kNeverHelp, points, nullptr, 1e-9, 1000000);
+    HelperRun helped;  // run in place: a copy of the record would have fresh memory
+    {
+        const EveryChunkSlow slow;
+        const HelperThreshold scope(0);
+        helped.record.cdtTolerance = 1e-9;
+        helped.record.maxIterations = 1000000;
+        std::srand(777);
+        helped.status = helped.record.delaunayTriangulation(points);
+        helped.nextRand = std::rand();
+    }
+    EXPECT_EQ(alone.status, helped.status);
+    EXPECT_EQ(alone.nextRand, helped.nextRand);
+    expectSameRecord(alone.record, helped.record, "small pages");
+    const std::vector<PkMeshTriangle>& triangles = helped.record.triangles;
+    ASSERT_GT(triangles.size() * sizeof(PkMeshTriangle), 3 * kHugePageBytes);
+    // The first whole 2 MB page of the array lies inside the room's first chunk, which keeps
+    // the advice.
+    const std::uintptr_t first =
+        (reinterpret_cast<std::uintptr_t>(triangles.data()) + kHugePageBytes - 1) &
+        ~std::uintptr_t(kHugePageBytes - 1);
+    const std::string head = rytest::mappingFlags(reinterpret_cast<const void*>(first));
+    const std::string back = rytest::mappingFlags(&triangles[triangles.size() * 3 / 4]);
+    if (head.find(" hg ") != std::string::npos) {
+        EXPECT_NE(back.find(" nh "), std::string::npos) << back;
     }
 }
 

@@ -32,6 +32,7 @@
 #include "mesh/MeshFields.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
+#include "support/PeakMemory.h"
 
 // ---- allocation hook ----------------------------------------------------------------------------
 
@@ -561,6 +562,33 @@ TEST(HugePages, AdviceLeavesTheContentsAlone) {
     for (std::size_t i = 0; i < buffer.size(); ++i) {
         ASSERT_EQ(buffer[i], std::uint32_t(i * 2654435761u)) << i;
     }
+}
+
+// Withdrawing the advice covers exactly the whole pages inside the range: on a mapping advised
+// throughout, the pages before the range's interior keep the advice and those inside lose it
+// (the kernel splits the mapping), and the contents stay. Skipped where the kernel shows no
+// huge-page advice on its mappings.
+TEST(HugePages, SmallPageAdviceCoversTheInteriorOnly) {
+    constexpr std::size_t H = kHugePageBytes;
+    std::vector<char> storage(7 * H);
+    char* const base = reinterpret_cast<char*>(
+        (reinterpret_cast<std::uintptr_t>(storage.data()) + H - 1) & ~std::uintptr_t(H - 1));
+    for (std::size_t i = 0; i < 5 * H; i += 4096) base[i] = char(i / 4096);
+    adviseHugePages(base, 6 * H);
+    if (rytest::mappingFlags(base + H).find(" hg ") == std::string::npos) {
+        GTEST_SKIP() << "no huge-page advice visible: " << rytest::mappingFlags(base + H);
+    }
+    adviseSmallPages(base + 2 * H - 1, 2 * H + 2);  // interior: [2H, 4H)
+    EXPECT_NE(rytest::mappingFlags(base + 2 * H - 1).find(" hg "), std::string::npos);
+    for (std::size_t at : {2 * H, 3 * H, 4 * H - 1}) {
+        const std::string flags = rytest::mappingFlags(base + at);
+        EXPECT_NE(flags.find(" nh "), std::string::npos) << at << flags;
+        EXPECT_EQ(flags.find(" hg "), std::string::npos) << at << flags;
+    }
+    EXPECT_NE(rytest::mappingFlags(base + 4 * H).find(" hg "), std::string::npos);
+    adviseSmallPages(base + 5 * H + 1, H);  // no whole page inside: nothing changes
+    EXPECT_NE(rytest::mappingFlags(base + 5 * H + 1).find(" hg "), std::string::npos);
+    for (std::size_t i = 0; i < 5 * H; i += 4096) ASSERT_EQ(base[i], char(i / 4096)) << i;
 }
 
 // Population ahead of first touch must keep what is already written, whether it covers the

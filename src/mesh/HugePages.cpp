@@ -1,5 +1,7 @@
 #include "mesh/HugePages.h"
 
+#include <atomic>
+
 #if defined(__linux__)
 #include <sys/mman.h>
 #endif
@@ -27,6 +29,17 @@ void adviseHugePages(const void* data, std::size_t bytes) {
 #endif
 }
 
+void adviseSmallPages(const void* data, std::size_t bytes) {
+#if defined(__linux__) && defined(MADV_NOHUGEPAGE)
+    const HugePageSpan span = hugePageInterior(reinterpret_cast<std::uintptr_t>(data), bytes);
+    if (span.end <= span.begin) return;
+    (void)madvise(reinterpret_cast<void*>(span.begin), span.end - span.begin, MADV_NOHUGEPAGE);
+#else
+    (void)data;
+    (void)bytes;
+#endif
+}
+
 void populatePages(const void* data, std::size_t bytes) {
 #if defined(__linux__)
 #ifndef MADV_POPULATE_WRITE
@@ -43,4 +56,16 @@ void populatePages(const void* data, std::size_t bytes) {
     (void)data;
     (void)bytes;
 #endif
+}
+
+namespace {
+std::atomic<std::int64_t> slowChunkNanoseconds{1000000};
+}  // namespace
+
+std::chrono::nanoseconds slowPopulateChunkTime() {
+    return std::chrono::nanoseconds(slowChunkNanoseconds.load(std::memory_order_relaxed));
+}
+
+void setSlowPopulateChunkTime(std::chrono::nanoseconds time) {
+    slowChunkNanoseconds.store(time.count(), std::memory_order_relaxed);
 }

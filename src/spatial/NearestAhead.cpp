@@ -1,6 +1,7 @@
 #include "spatial/NearestAhead.h"
 
 #include <algorithm>
+#include <chrono>
 
 #include "mesh/HelperThread.h"
 #include "mesh/HugePages.h"
@@ -101,8 +102,22 @@ bool NearestAhead::populateChunk(int k) {
     if (claimed_[k].load(std::memory_order_relaxed) >= spare.bytes) return false;
     const std::size_t at = claimed_[k].fetch_add(kPopulateChunk, std::memory_order_relaxed);
     if (at >= spare.bytes) return false;
+    const auto start = std::chrono::steady_clock::now();
     populatePages(static_cast<const char*>(spare.data) + at,
                   std::min(kPopulateChunk, spare.bytes - at));
+    const auto took = std::chrono::steady_clock::now() - start;
+    // Both threads are busy in the shuffled mode, so population time is run time. Huge pages
+    // made at a few hundred MB/s come from memory the host must back afresh (it took them back
+    // while free); small pages are carved from the free fragments the guest still has, which
+    // populate several times faster there. The rest of the room then gets small pages: a TLB
+    // miss now and then costs less than the wait.
+    if (took > slowPopulateChunkTime() &&
+        !smallPages_[k].exchange(true, std::memory_order_relaxed)) {
+        const std::size_t from = claimed_[k].load(std::memory_order_relaxed);
+        if (from < spare.bytes) {
+            adviseSmallPages(static_cast<const char*>(spare.data) + from, spare.bytes - from);
+        }
+    }
     return true;
 }
 

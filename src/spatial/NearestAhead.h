@@ -58,7 +58,8 @@ public:
 private:
     void run();
     void stop();
-    /// Populates the next unclaimed chunk of room k; false when none is left.
+    /// Populates the next unclaimed chunk of room k; false when none is left. The first chunk
+    /// that populates slowly switches the rest of its room to small pages.
     bool populateChunk(int k);
 
     VertexKdTree tree_;
@@ -70,6 +71,8 @@ private:
     /// Both threads take chunks: the helper as the insertions near them, the caller while it
     /// waits for an answer.
     std::atomic<std::size_t> claimed_[2];
+    /// Set once a room's rest has been switched to small pages (see populateChunk).
+    std::atomic<bool> smallPages_[2] = {false, false};
     std::vector<int> answers_;
     /// Positions below it are answered (release by the helper, acquire by the caller).
     std::atomic<std::size_t> ready_;
