@@ -2,7 +2,7 @@
 // jump across the whole mesh when vertices arrive shuffled), so with 4 KB pages nearly every
 // access also misses the TLB. Asking the kernel for 2 MB pages on those arrays removes most of
 // those misses. It is advice only: contents and results are the same with or without it.
-// On virtual machines whose host takes free guest memory back, huge pages can cost ten times
+// On virtual machines whose host takes free guest memory back, huge pages can cost several times
 // more to make than small ones (the guest's small free fragments are still backed); a helper
 // that sees that while populating withdraws the advice for what is left (adviseSmallPages).
 #pragma once
