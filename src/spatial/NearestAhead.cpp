@@ -52,7 +52,13 @@ void NearestAhead::stop() {
 // distinct fields, so the two never race.
 void NearestAhead::run() {
     try {
+        // Local copies of the arrays' addresses: the vectors' own headers share cache lines with
+        // fields the caller writes on every insertion, and reading them through the references
+        // each round (the calls and atomics below force the reloads) cost a cross-core miss.
         const std::size_t n = order_.size();
+        const int* const order = order_.data();
+        const PkMeshPoint3d* const vertices = vertices_.data();
+        int* const answers = answers_.data();
         VertexKdTree::Scout scouts[kScoutLead];
         for (std::size_t i = first_; i < n; ++i) {
             if (stopRequested_.load(std::memory_order_relaxed)) return;
@@ -69,25 +75,25 @@ void NearestAhead::run() {
             // of the next kScoutLead points, one level a query below the top levels (which stay
             // cached), so that each query finds its way and its leaf fetched.
             if (i + kScoutLead + 2 < n) {
-                __builtin_prefetch(&vertices_[std::size_t(order_[i + kScoutLead + 2])]);
+                __builtin_prefetch(&vertices[order[i + kScoutLead + 2]]);
             }
             if (i + kScoutLead < n) {
                 VertexKdTree::Scout& scout = scouts[(i + kScoutLead) % kScoutLead];
-                const double* q = vertexXY(vertices_[std::size_t(order_[i + kScoutLead])]);
+                const double* q = vertexXY(vertices[order[i + kScoutLead]]);
                 tree_.startScout(scout, q);
                 tree_.advanceScout(scout, q, kCachedLevels);
             }
             for (std::size_t j = i + 1; j < i + kScoutLead && j < n; ++j) {
                 VertexKdTree::Scout& scout = scouts[j % kScoutLead];
                 if (scout.node >= 0) {
-                    tree_.advanceScout(scout, vertexXY(vertices_[std::size_t(order_[j])]), 1);
+                    tree_.advanceScout(scout, vertexXY(vertices[order[j]]), 1);
                 }
             }
-            const int v = order_[i];
-            const double* p = vertexXY(vertices_[std::size_t(v)]);
+            const int v = order[i];
+            const double* p = vertexXY(vertices[v]);
             // The locator answers 0 for an empty tree (its caller starts from vertex 0).
             const int found = tree_.nearestThenInsert(v, p);
-            answers_[i] = found < 0 ? 0 : found;
+            answers[i] = found < 0 ? 0 : found;
             if ((i + 1) % kBatch == 0 || i + 1 == n) ready_.store(i + 1, std::memory_order_release);
         }
     } catch (...) {

@@ -74,10 +74,17 @@ private:
     /// Set once a room's rest has been switched to small pages (see populateChunk).
     std::atomic<bool> smallPages_[2] = {false, false};
     std::vector<int> answers_;
+    std::thread thread_;
+    // What one thread writes sits on a cache line of its own, away from what the other reads
+    // every round: a shared line would move between the cores on each write. (Padding rather
+    // than alignas: the object is made with plain new.)
+    char padBeforeReady_[64];
     /// Positions below it are answered (release by the helper, acquire by the caller).
     std::atomic<std::size_t> ready_;
-    std::atomic<bool> stopRequested_{false};
     std::atomic<bool> failed_{false};
+    char padBeforeCaller_[64];
+    std::atomic<bool> stopRequested_{false};
+    /// The caller's last reading of ready_.
     std::size_t readySeen_;
-    std::thread thread_;
+    char padAfterCaller_[64];
 };
