@@ -272,8 +272,10 @@ private:
     SortKey* keys_;
     const void* spare_;
     std::size_t spareBytes_;
-    std::atomic<std::size_t> ready_{0};
-    std::size_t seen_ = 0;
+    // The helper's counter and the caller's reading of it on lines of their own (the object
+    // lives on the caller's stack, among locals it writes on every insertion).
+    alignas(64) std::atomic<std::size_t> ready_{0};
+    alignas(64) std::size_t seen_ = 0;
     std::thread thread_;
 };
 /// Hilbert order of [begin, end), first split along `axis` (0 = x, 1 = y): ascending along `axis`

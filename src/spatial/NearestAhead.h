@@ -78,12 +78,13 @@ private:
     // What one thread writes sits on a cache line of its own, away from what the other reads
     // every round: a shared line would move between the cores on each write. (Padding rather
     // than alignas: the object is made with plain new.)
+    /// Read by the helper every round, written only to stop it.
+    std::atomic<bool> stopRequested_{false};
     char padBeforeReady_[64];
     /// Positions below it are answered (release by the helper, acquire by the caller).
     std::atomic<std::size_t> ready_;
     std::atomic<bool> failed_{false};
     char padBeforeCaller_[64];
-    std::atomic<bool> stopRequested_{false};
     /// The caller's last reading of ready_.
     std::size_t readySeen_;
     char padAfterCaller_[64];
