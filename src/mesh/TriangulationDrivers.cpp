@@ -12,6 +12,7 @@
 #include "mesh/HugePages.h"
 #include "mesh/InsertionScouts.h"
 #include "mesh/LocalIndex.h"
+#include "mesh/Prefetch.h"
 #include "mesh/RyTriangulationImpl.h"
 #include "spatial/NearestAhead.h"
 
@@ -319,6 +320,11 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
     };
 
     constexpr int kPrefetchDistance = InsertionScouts::kLead;  // the scouts read the positions
+    // Each insertion appends two slots, in memory the helper populated: the kernel zeroed those
+    // lines on the other core, and a store to one would wait there in the store buffer (and hold
+    // up the next locked instruction, such as rand's) until the line came over. The insertions
+    // kAppendLead positions on are owned in time.
+    constexpr std::size_t kAppendLead = 16;
     int i = 3;
     PkTriangulationStatus status = StatusOk;
     bool answered = true;
@@ -330,6 +336,13 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
                     &vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
             }
             scouts.advance(std::size_t(i));
+            const std::size_t slot = triangles.size() + 2 * kAppendLead;
+            if (slot < slots) {
+                // A slot is 28 bytes of record and 48 of corners: these cover every line.
+                prefetchLineForWrite(triangles.data() + slot);
+                prefetchLineForWrite(corners.get() + 6 * slot);
+                prefetchLineForWrite(corners.get() + 6 * slot + 8);
+            }
             int start = 0;
             if (!ahead->nearest(std::size_t(i), start)) {
                 answered = false;
