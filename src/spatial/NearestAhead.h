@@ -80,12 +80,12 @@ private:
     // than alignas: the object is made with plain new.)
     /// Read by the helper every round, written only to stop it.
     std::atomic<bool> stopRequested_{false};
-    char padBeforeReady_[64];
+    [[maybe_unused]] char padBeforeReady_[64];
     /// Positions below it are answered (release by the helper, acquire by the caller).
     std::atomic<std::size_t> ready_;
     std::atomic<bool> failed_{false};
-    char padBeforeCaller_[64];
+    [[maybe_unused]] char padBeforeCaller_[64];
     /// The caller's last reading of ready_.
     std::size_t readySeen_;
-    char padAfterCaller_[64];
+    [[maybe_unused]] char padAfterCaller_[64];
 };
