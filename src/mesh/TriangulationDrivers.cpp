@@ -337,7 +337,7 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
             }
             scouts.advance(std::size_t(i));
             const std::size_t slot = triangles.size() + 2 * kAppendLead;
-            if (slot < slots) {
+            if (slot + 1 < slots) {  // the last line read lies inside corners
                 // A slot is 28 bytes of record and 48 of corners: these cover every line.
                 prefetchLineForWrite(triangles.data() + slot);
                 prefetchLineForWrite(corners.get() + 6 * slot);
