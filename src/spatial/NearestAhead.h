@@ -77,7 +77,8 @@ private:
     std::thread thread_;
     // What one thread writes sits on a cache line of its own, away from what the other reads
     // every round: a shared line would move between the cores on each write. (Padding rather
-    // than alignas: the object is made with plain new.)
+    // than alignas, which would send the object through the aligned operator new that not all
+    // of the tests' allocation hooks provide.)
     /// Read by the helper every round, written only to stop it.
     std::atomic<bool> stopRequested_{false};
     [[maybe_unused]] char padBeforeReady_[64];
