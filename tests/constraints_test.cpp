@@ -272,6 +272,38 @@ TEST(ConstraintRecords, IntersectLinesCrossingAndMeanZ) {
     EXPECT_NEAR(orient2d(vertexXY(n.vertices[0]), vertexXY(n.vertices[1]), &p.x), 0.0, 1e-12);
 }
 
+TEST(ConstraintRecords, OriginCheckExcusesOnlyRoundingOfNearlyParallelCrossings) {
+    // o = 0-1 was split at vertex 4, made where segment 2-3 (through 4, slope k) crossed it.
+    // Vertex 4 lies beyond o's end at 1, as rounding puts a crossing of nearly parallel lines;
+    // a crossing at a wide angle cannot land there, nor can an input vertex.
+    struct Case {
+        const char* what;
+        double k;
+        int inputVertexCount;
+        bool excused;
+    };
+    for (const Case& c : {Case{"nearly parallel crossing", 1e-18, 4, true},
+                          Case{"wide-angle crossing", 1.0, 4, false},
+                          Case{"input vertex, nearly parallel", 1e-18, 5, false}}) {
+        SCOPED_TRACE(c.what);
+        RyTriangulationImpl m = lineRecord(
+            {{0, 0, 0}, {1, 0, 0}, {-8.9, -10 * c.k, 0}, {5, 3.9 * c.k, 0}, {1.1, 0, 0}});
+        const PkMeshEdge o(0, 1);
+        m.recordConstraint(PkMeshEdge(0, 4), o);
+        m.recordConstraint(PkMeshEdge(1, 4), o);
+        m.recordConstraint(PkMeshEdge(2, 4));
+        m.recordConstraint(PkMeshEdge(3, 4));
+        rytest::ConstraintCheckOptions options;
+        options.allowMissing = true;  // no triangles: only the records are checked
+        options.inputVertexCount = c.inputVertexCount;
+        const std::vector<std::string> violations = rytest::checkConstraintRecords(m, options);
+        const auto offOrigin = std::count_if(violations.begin(), violations.end(), [](auto& v) {
+            return v.find("does not lie on its origin") != std::string::npos;
+        });
+        EXPECT_EQ(offOrigin, c.excused ? 0 : 2) << formatViolations(violations);
+    }
+}
+
 /// A small Delaunay mesh (square with a centre-less 3x3 pattern) to split edges in.
 Cdt smallMesh() {
     Points pts{{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}, {1, 2, 0}, {3, 2.5, 0}, {2, 0.5, 0}};

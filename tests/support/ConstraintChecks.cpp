@@ -119,6 +119,47 @@ private:
     std::vector<std::vector<int>> around;
 };
 
+/// Whether v lies on the origin segment o. A vertex made at a crossing (index `madeFrom` or
+/// above) was computed as the crossing of o's line with the crossing segment's line, so its
+/// rounding along o grows as 1 / sin of the angle between the two: at nearly parallel lines it
+/// can land beyond o's ends. That angle is read off the constraint edges at v that are not
+/// pieces of o (the pieces of the crossing segment).
+bool onOrigin(
+    const RyTriangulationImpl& mesh, int v, const PkMeshEdge& o, int madeFrom, double tol) {
+    const int nv = int(mesh.vertices.size());
+    const int a = o.EdgeIndex1(), b = o.EdgeIndex2();
+    if (v < 0 || a < 0 || b < 0 || v >= nv || a >= nv || b >= nv || a == b) return false;
+    const double* A = vertexXY(mesh.vertices[std::size_t(a)]);
+    const double* B = vertexXY(mesh.vertices[std::size_t(b)]);
+    const double* P = vertexXY(mesh.vertices[std::size_t(v)]);
+    double along, off, slack;
+    projectOnSegment(A, B, P, coordinateMagnitude(mesh), along, off, slack);
+    if (off > tol + slack) return false;
+    double alongSlack = slack;
+    const bool within = along >= -tol - slack && along <= 1.0 + tol + slack;
+    if (!within && v >= madeFrom) {
+        const double dx = B[0] - A[0], dy = B[1] - A[1];
+        double sine = 1.0;
+        for (const PkMeshEdge& e : mesh.constraintEdges) {
+            const int x = e.EdgeIndex1() == v   ? e.EdgeIndex2()
+                          : e.EdgeIndex2() == v ? e.EdgeIndex1()
+                                                : -1;
+            if (x < 0 || x >= nv) continue;
+            const auto found = mesh.constraintOrigins.find(e);
+            if (found != mesh.constraintOrigins.end() &&
+                std::find(found->second.begin(), found->second.end(), o) != found->second.end()) {
+                continue;  // a piece of o itself
+            }
+            const double* X = vertexXY(mesh.vertices[std::size_t(x)]);
+            const double ex = X[0] - P[0], ey = X[1] - P[1];
+            const double lengths = std::hypot(dx, dy) * std::hypot(ex, ey);
+            if (lengths > 0.0) sine = std::min(sine, std::fabs(dx * ey - dy * ex) / lengths);
+        }
+        alongSlack = sine > 0.0 ? slack / sine : HUGE_VAL;
+    }
+    return along >= -tol - alongSlack && along <= 1.0 + tol + alongSlack;
+}
+
 }  // namespace
 
 bool vertexOnSegment(
@@ -153,6 +194,7 @@ std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
     const MeshEdges edges(mesh);
     const int nv = int(mesh.vertices.size());
     const double tol = options.relativeTolerance;
+    const int madeFrom = std::max(options.inputVertexCount, 0);
 
     for (const PkMeshEdge& e : mesh.constraintEdges) {
         const int a = e.EdgeIndex1(), b = e.EdgeIndex2();
@@ -190,9 +232,8 @@ std::vector<std::string> checkConstraintRecords(const RyTriangulationImpl& mesh,
                 }
             }
             // A piece is part of every longer piece it was cut or split from.
-            const bool inside =
-                vertexOnSegment(mesh, piece.EdgeIndex1(), o.EdgeIndex1(), o.EdgeIndex2(), tol) &&
-                vertexOnSegment(mesh, piece.EdgeIndex2(), o.EdgeIndex1(), o.EdgeIndex2(), tol);
+            const bool inside = onOrigin(mesh, piece.EdgeIndex1(), o, madeFrom, tol) &&
+                                onOrigin(mesh, piece.EdgeIndex2(), o, madeFrom, tol);
             if (options.checkGeometry && !inside) {
                 add("piece " + edgeText(piece) + " does not lie on its origin " + edgeText(o));
             }
