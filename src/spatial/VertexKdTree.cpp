@@ -255,7 +255,8 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
         path->reachedLeaf = false;
     }
     bool descending = path != nullptr;  // still on the first descent
-    int found = -1;
+    int foundLeaf = -1;
+    std::size_t foundAt = 0;
     double best = kHuge;
     searchStack[0] =
         KdSearchEntry{root, boxMin[0], boxMin[1], boxMax[0], boxMax[1], rootAxis, kHuge};
@@ -267,7 +268,9 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
         const KdSearchEntry& e = searchStack[std::size_t(top)];
         int node = e.node;
         int axis = e.axis;
-        Box box{{e.boxMinX, e.boxMinY}, {e.boxMaxX, e.boxMaxY}};
+        // The box as four scalars: indexed by axis it lives in memory, and each level's 8-byte
+        // store into it followed by a 16-byte reload of it stalls store forwarding.
+        double loX = e.boxMinX, loY = e.boxMinY, hiX = e.boxMaxX, hiY = e.boxMaxY;
         double bound = e.bound;
         --top;  // e is not read again: the pushes below may overwrite it
         // Below an inner node the child on the query's side is pushed last and popped at once;
@@ -285,8 +288,8 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
                 path->reachedLeaf = true;
                 path->leaf = node;
                 path->axis = axis;
-                path->lo[0] = box.lo[0], path->lo[1] = box.lo[1];
-                path->hi[0] = box.hi[0], path->hi[1] = box.hi[1];
+                path->lo[0] = loX, path->lo[1] = loY;
+                path->hi[0] = hiX, path->hi[1] = hiY;
             }
             // Beyond the described pruning, skip a subtree whose points all lie at least `best`
             // away: only a strictly smaller distance replaces the best, so the sequence of
@@ -306,36 +309,60 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
                     at = better ? i : at;
                     best = better ? d : best;
                 }
-                if (at != size) found = n.bucket[at];
+                if (at != size) {
+                    // The index is needed only at the end: start its load and go on rather
+                    // than wait here (a scout fetched the bucket of the query's own leaf, but
+                    // not those of the leaves around it).
+                    foundLeaf = node;
+                    foundAt = at;
+                    __builtin_prefetch(n.bucket.data() + at);
+                }
                 break;
             }
             // Both children are read soon (the far one unless pruned): start their loads now.
             __builtin_prefetch(&nodes[std::size_t(n.child0)]);
             __builtin_prefetch(&nodes[std::size_t(n.child1)]);
             if (descending) path->inner.push_back(node);
-            const double mid = splitMid(box, axis);
-            const double gap = qp[axis] - mid;
             const int next = axis == 0 ? 1 : 0;
             if (top + 2 >= int(searchStack.size()))
                 searchStack.resize(searchStack.size() + StackChunk);
-            Box far = box;
-            if (mid > qp[axis]) {
-                far.lo[axis] = mid;
-                box.hi[axis] = mid;
-                searchStack[std::size_t(++top)] = KdSearchEntry{
-                    n.child1, far.lo[0], far.lo[1], far.hi[0], far.hi[1], next, gap * gap};
-                node = n.child0;
+            KdSearchEntry& far = searchStack[std::size_t(++top)];
+            far.axis = next;
+            if (axis == 0) {
+                const double mid = (loX + hiX) * 0.5;
+                const double gap = qp[0] - mid;
+                bound = gap * gap;
+                far.boxMinY = loY;
+                far.boxMaxY = hiY;
+                if (mid > qp[0]) {
+                    far.node = n.child1, far.boxMinX = mid, far.boxMaxX = hiX;
+                    hiX = mid;
+                    node = n.child0;
+                } else {
+                    far.node = n.child0, far.boxMinX = loX, far.boxMaxX = mid;
+                    loX = mid;
+                    node = n.child1;
+                }
             } else {
-                far.hi[axis] = mid;
-                box.lo[axis] = mid;
-                searchStack[std::size_t(++top)] = KdSearchEntry{
-                    n.child0, far.lo[0], far.lo[1], far.hi[0], far.hi[1], next, gap * gap};
-                node = n.child1;
+                const double mid = (loY + hiY) * 0.5;
+                const double gap = qp[1] - mid;
+                bound = gap * gap;
+                far.boxMinX = loX;
+                far.boxMaxX = hiX;
+                if (mid > qp[1]) {
+                    far.node = n.child1, far.boxMinY = mid, far.boxMaxY = hiY;
+                    hiY = mid;
+                    node = n.child0;
+                } else {
+                    far.node = n.child0, far.boxMinY = loY, far.boxMaxY = mid;
+                    loY = mid;
+                    node = n.child1;
+                }
             }
+            far.bound = bound;
             axis = next;
-            bound = gap * gap;
         }
         descending = false;  // whatever ended it
     }
-    return found;
+    return foundLeaf < 0 ? -1 : nodes[std::size_t(foundLeaf)].bucket[foundAt];
 }

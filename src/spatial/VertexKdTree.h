@@ -94,10 +94,15 @@ public:
                 return;
             }
             if (n.child0 == n.child1) {
-                // The leaf: its coordinates are the query's next reads (16 bytes a point).
+                // The leaf: its coordinates are the query's next reads (16 bytes a point), and
+                // its bucket holds the answer (4 bytes a point).
                 const char* c = reinterpret_cast<const char*>(n.coords.data());
                 const std::size_t bytes = n.coords.size() * sizeof(double);
                 for (std::size_t at = 0; at < bytes; at += 64) prefetchLine(c + at);
+                const char* b = reinterpret_cast<const char*>(n.bucket.data());
+                const std::size_t indexBytes = n.bucket.size() * sizeof(int);
+                for (std::size_t at = 0; at < indexBytes; at += 64) prefetchLine(b + at);
+                if (indexBytes > 0) prefetchLine(b + indexBytes - 1);
                 s.leaf = s.node;
                 s.node = -1;
                 return;
