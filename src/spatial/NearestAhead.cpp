@@ -16,7 +16,9 @@ constexpr std::size_t kBatch = 32;
 constexpr std::size_t kPopulateLead = 1 << 16;
 constexpr std::size_t kPopulateChunk = std::size_t(2) << 20;
 /// Queries ahead that a tree scout starts, and the levels it descends at once when it does.
-constexpr std::size_t kScoutLead = 8;
+/// A scout then goes one level a query, so the lead must cover the levels below the cached
+/// ones: clustered points make deep trees, where a lead of 8 left scouts short of their leaf.
+constexpr std::size_t kScoutLead = 16;
 constexpr int kCachedLevels = 10;
 
 }  // namespace
