@@ -47,7 +47,7 @@ struct ScoutMesh {
 
 class Scout {
 public:
-    static constexpr int kMaxRings = 3;
+    static constexpr int kMaxRings = 4;
     static constexpr int kMaxFront = 12;
 
     explicit Scout(int maxSteps = 6) : maxSteps_(maxSteps) {}
