@@ -328,36 +328,28 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
                 searchStack.resize(searchStack.size() + StackChunk);
             KdSearchEntry& far = searchStack[std::size_t(++top)];
             far.axis = next;
+            // Splits [lo, hi] (the box along the axis) at its midpoint: the near half stays in
+            // lo, hi, the far one goes to the stack entry; the other axis is copied across.
+            auto split = [&](double& lo, double& hi, double q, double& farLo, double& farHi) {
+                const double mid = (lo + hi) * 0.5;
+                const double gap = q - mid;
+                bound = gap * gap;
+                if (mid > q) {
+                    far.node = n.child1, farLo = mid, farHi = hi;
+                    hi = mid;
+                    node = n.child0;
+                } else {
+                    far.node = n.child0, farLo = lo, farHi = mid;
+                    lo = mid;
+                    node = n.child1;
+                }
+            };
             if (axis == 0) {
-                const double mid = (loX + hiX) * 0.5;
-                const double gap = qp[0] - mid;
-                bound = gap * gap;
-                far.boxMinY = loY;
-                far.boxMaxY = hiY;
-                if (mid > qp[0]) {
-                    far.node = n.child1, far.boxMinX = mid, far.boxMaxX = hiX;
-                    hiX = mid;
-                    node = n.child0;
-                } else {
-                    far.node = n.child0, far.boxMinX = loX, far.boxMaxX = mid;
-                    loX = mid;
-                    node = n.child1;
-                }
+                far.boxMinY = loY, far.boxMaxY = hiY;
+                split(loX, hiX, qp[0], far.boxMinX, far.boxMaxX);
             } else {
-                const double mid = (loY + hiY) * 0.5;
-                const double gap = qp[1] - mid;
-                bound = gap * gap;
-                far.boxMinX = loX;
-                far.boxMaxX = hiX;
-                if (mid > qp[1]) {
-                    far.node = n.child1, far.boxMinY = mid, far.boxMaxY = hiY;
-                    hiY = mid;
-                    node = n.child0;
-                } else {
-                    far.node = n.child0, far.boxMinY = loY, far.boxMaxY = mid;
-                    loY = mid;
-                    node = n.child1;
-                }
+                far.boxMinX = loX, far.boxMaxX = hiX;
+                split(loY, hiY, qp[1], far.boxMinY, far.boxMaxY);
             }
             far.bound = bound;
             axis = next;
