@@ -23,7 +23,9 @@ struct ConstraintCheckOptions {
     /// vertex along the segment (the last inserted constraints, or all of them).
     std::vector<PkMeshEdge> requiredSegments;
     /// The input segments; with `inputVertexCount` >= 0 every vertex from that index on (a
-    /// vertex made at a crossing) must lie on at least two of them.
+    /// vertex made at a crossing) must lie on at least two of them. Such vertices, or every
+    /// vertex when the count is not given, may lie beyond an end of the origin they split by
+    /// the rounding of a crossing of nearly parallel lines.
     std::vector<PkMeshEdge> inputSegments;
     int inputVertexCount = -1;
     /// Distance to a segment's line, relative to the segment's length, that counts as on it.
