@@ -5,10 +5,6 @@
 //
 // Built on the library's public interface only. Exit codes: 0 success, 1 the triangulation
 // reported a failure status, 2 usage, input or output errors.
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/types.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -26,6 +22,7 @@
 #include "Site.h"
 #include "io/MeshWriters.h"
 #include "io/OutputFile.h"
+#include "io/Platform.h"
 #include "io/SiteReaders.h"
 #include "io/TextInput.h"
 
@@ -296,30 +293,11 @@ std::string counted(std::size_t n, const char* one, const char* many) {
 }
 
 std::string baseName(const std::string& path) {
-    const std::size_t slash = path.find_last_of('/');
+    const std::size_t slash = path.find_last_of(kPathSeparators);
     std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
     const std::size_t dot = name.find_last_of('.');
     if (dot != std::string::npos && dot > 0) name = name.substr(0, dot);
     return name.empty() ? "mesh" : name;
-}
-
-bool sameFile(const std::string& a, const std::string& b) {
-    struct stat sa, sb;
-    return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
-           sa.st_ino == sb.st_ino;
-}
-
-/// mkdir -p: creates the directory and any missing parents.
-bool makeDirectories(const std::string& path) {
-    for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
-        const std::string prefix = path.substr(0, slash);
-        if (!prefix.empty() && ::mkdir(prefix.c_str(), 0777) != 0 && errno != EEXIST) return false;
-        if (slash == std::string::npos) break;
-    }
-    struct stat info;
-    if (::stat(path.c_str(), &info) != 0) return false;
-    if (!S_ISDIR(info.st_mode)) errno = ENOTDIR;
-    return S_ISDIR(info.st_mode);
 }
 
 /// Plane coordinates (u, v) and height h of a point, for the plane of triangulation.
@@ -343,12 +321,6 @@ double kept2dArea(const Mesh& mesh) {
         twice += (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
     }
     return 0.5 * twice;
-}
-
-long peakMemoryKiB() {
-    struct rusage usage;
-    if (::getrusage(RUSAGE_SELF, &usage) != 0) return -1;
-    return usage.ru_maxrss;  // KiB on Linux
 }
 
 /// Merges repeated points with the library's clean-up. The clean-up sorts the points and sets

@@ -6,9 +6,7 @@
 #include <limits>
 #include <thread>
 
-#if defined(__linux__)
-#include <sched.h>
-#endif
+#include "platform/Platform.h"
 
 namespace {
 
@@ -32,11 +30,8 @@ std::atomic<bool> chosen{false};
 
 /// Cores this process may run on (its affinity mask where the system has one).
 unsigned usableCores() {
-#if defined(__linux__)
-    cpu_set_t set;
-    if (sched_getaffinity(0, sizeof(set), &set) == 0) return unsigned(CPU_COUNT(&set));
-#endif
-    return std::thread::hardware_concurrency();
+    const unsigned usable = platform::usableProcessors();
+    return usable != 0 ? usable : std::thread::hardware_concurrency();
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 
 #include <atomic>
 
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
+#include "platform/Platform.h"
 
 HugePageSpan hugePageInterior(std::uintptr_t address, std::size_t bytes) {
     constexpr std::uintptr_t mask = kHugePageBytes - 1;
@@ -19,43 +17,30 @@ HugePageSpan hugePageInterior(std::uintptr_t address, std::size_t bytes) {
 }
 
 void adviseHugePages(const void* data, std::size_t bytes) {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
     const HugePageSpan span = hugePageInterior(reinterpret_cast<std::uintptr_t>(data), bytes);
     if (span.end - span.begin < kMinHugePages * kHugePageBytes) return;
-    (void)madvise(reinterpret_cast<void*>(span.begin), span.end - span.begin, MADV_HUGEPAGE);
-#else
-    (void)data;
-    (void)bytes;
-#endif
+    (void)platform::advisePages(reinterpret_cast<void*>(span.begin),
+                                span.end - span.begin,
+                                platform::PageAdvice::HugePages);
 }
 
 void adviseSmallPages(const void* data, std::size_t bytes) {
-#if defined(__linux__) && defined(MADV_NOHUGEPAGE)
     const HugePageSpan span = hugePageInterior(reinterpret_cast<std::uintptr_t>(data), bytes);
     if (span.end <= span.begin) return;
-    (void)madvise(reinterpret_cast<void*>(span.begin), span.end - span.begin, MADV_NOHUGEPAGE);
-#else
-    (void)data;
-    (void)bytes;
-#endif
+    (void)platform::advisePages(reinterpret_cast<void*>(span.begin),
+                                span.end - span.begin,
+                                platform::PageAdvice::SmallPages);
 }
 
 void populatePages(const void* data, std::size_t bytes) {
-#if defined(__linux__)
-#ifndef MADV_POPULATE_WRITE
-#define MADV_POPULATE_WRITE 23  // Linux 5.14; older kernels answer EINVAL
-#endif
     constexpr std::uintptr_t kPage = 4096;
     const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(data);
     if (bytes > UINTPTR_MAX - address || address > UINTPTR_MAX - kPage) return;
     const std::uintptr_t begin = (address + kPage - 1) & ~(kPage - 1);
     const std::uintptr_t end = (address + bytes) & ~(kPage - 1);
     if (end <= begin) return;
-    (void)madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
-#else
-    (void)data;
-    (void)bytes;
-#endif
+    (void)platform::advisePages(
+        reinterpret_cast<void*>(begin), end - begin, platform::PageAdvice::PopulateWrite);
 }
 
 namespace {

@@ -8,7 +8,29 @@
 #include <atomic>
 #include <cstdlib>
 
+#if defined(_WIN32)
+#include <malloc.h>
+#endif
+
 namespace {
+
+// Over-aligned blocks: Windows has no posix_memalign, and its aligned blocks need their own free.
+#if defined(_WIN32)
+void* alignedMalloc(std::size_t size, std::size_t align) {
+    return _aligned_malloc(size, align);
+}
+void alignedFree(void* p) {
+    _aligned_free(p);
+}
+#else
+void* alignedMalloc(std::size_t size, std::size_t align) {
+    void* p = nullptr;
+    return posix_memalign(&p, align, size) == 0 ? p : nullptr;
+}
+void alignedFree(void* p) {
+    std::free(p);
+}
+#endif
 
 /// Allocations still allowed; negative means unlimited.
 std::atomic<long> gAllocationBudget{-1};
@@ -31,9 +53,8 @@ void* allocate(std::size_t size) {
 void* allocateAligned(std::size_t size, std::align_val_t align) {
     if (!allocationAllowed()) throw std::bad_alloc();
     const std::size_t a = std::max(std::size_t(align), sizeof(void*));
-    void* p = nullptr;
-    if (posix_memalign(&p, a, size ? size : 1) != 0) throw std::bad_alloc();
-    return p;
+    if (void* p = alignedMalloc(size ? size : 1, a)) return p;
+    throw std::bad_alloc();
 }
 
 }  // namespace
@@ -95,14 +116,14 @@ void operator delete[](void* p, const std::nothrow_t&) noexcept {
     std::free(p);
 }
 void operator delete(void* p, std::align_val_t) noexcept {
-    std::free(p);
+    alignedFree(p);
 }
 void operator delete[](void* p, std::align_val_t) noexcept {
-    std::free(p);
+    alignedFree(p);
 }
 void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
-    std::free(p);
+    alignedFree(p);
 }
 void operator delete[](void* p, std::size_t, std::align_val_t) noexcept {
-    std::free(p);
+    alignedFree(p);
 }

@@ -1,10 +1,10 @@
 #include "io/OutputFile.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+
+#include "io/Platform.h"
 
 namespace rytri {
 
@@ -22,10 +22,10 @@ void appendNumber(std::string& out, double value) {
 
 OutputFile::OutputFile(std::string path) : target(std::move(path)) {
     // Same directory as the target, so that the final rename stays on one file system.
-    const std::size_t slash = target.find_last_of('/');
+    const std::size_t slash = target.find_last_of(kPathSeparators);
     const std::string dir = slash == std::string::npos ? "" : target.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
-    temporary = dir + "." + name + ".tmp" + std::to_string(long(::getpid()));
+    temporary = dir + "." + name + ".tmp" + std::to_string(processId());
 }
 
 OutputFile::~OutputFile() {
@@ -82,8 +82,9 @@ bool OutputFile::close(std::string& error) {
 }
 
 bool OutputFile::commit(std::string& error) {
-    if (std::rename(temporary.c_str(), target.c_str()) != 0) {
-        error = "cannot create '" + target + "': " + std::strerror(errno);
+    std::string reason;
+    if (!replaceFile(temporary, target, reason)) {
+        error = "cannot create '" + target + "': " + reason;
         return false;
     }
     committed = true;

@@ -13,7 +13,7 @@ file(MAKE_DIRECTORY "${WORK}")
 # RUN_STDERR.
 function(run_rytri)
     cmake_parse_arguments(R "" "EXIT;STDOUT" "STDERR;ARGS" ${ARGN})
-    execute_process(COMMAND "${RYTRI}" ${R_ARGS}
+    execute_process(COMMAND ${EMULATOR} "${RYTRI}" ${R_ARGS}
         WORKING_DIRECTORY "${WORK}"
         RESULT_VARIABLE rc
         OUTPUT_VARIABLE out
@@ -39,7 +39,7 @@ endfunction()
 
 # check(args...): the mesh checker must accept.
 function(check)
-    execute_process(COMMAND "${CHECK}" ${ARGN}
+    execute_process(COMMAND ${EMULATOR} "${CHECK}" ${ARGN}
         WORKING_DIRECTORY "${WORK}"
         RESULT_VARIABLE rc
         OUTPUT_VARIABLE out

@@ -5,7 +5,7 @@
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
 function(make_site n seed)
-    execute_process(COMMAND "${BIGSITE}" ${n} ${seed} site.xyz edges.txt
+    execute_process(COMMAND ${EMULATOR} "${BIGSITE}" ${n} ${seed} site.xyz edges.txt
         WORKING_DIRECTORY "${WORK}" RESULT_VARIABLE rc)
     if(NOT rc STREQUAL "0")
         message(FATAL_ERROR "rytri_bigsite ${n} ${seed} failed: ${rc}")

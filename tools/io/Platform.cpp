@@ -1,0 +1,150 @@
+#include "io/Platform.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+// After windows.h, which it needs. Version 2 takes the call from kernel32: no psapi.dll.
+#ifndef PSAPI_VERSION
+#define PSAPI_VERSION 2
+#endif
+#include <psapi.h>
+#else
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+#endif
+
+namespace rytri {
+
+#if defined(_WIN32)
+
+namespace {
+
+/// The system's message for GetLastError() `code`, without the trailing line break.
+std::string systemMessage(DWORD code) {
+    char text[512];
+    DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                             nullptr,
+                             code,
+                             0,
+                             text,
+                             sizeof text,
+                             nullptr);
+    while (n > 0 && (text[n - 1] == '\n' || text[n - 1] == '\r' || text[n - 1] == '.')) --n;
+    return n > 0 ? std::string(text, n) : "system error " + std::to_string(code);
+}
+
+/// Volume and file index: what identifies a file across paths.
+bool fileIdentity(const std::string& path, BY_HANDLE_FILE_INFORMATION& info) {
+    const HANDLE h = CreateFileA(path.c_str(),
+                                 0,
+                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                 nullptr,
+                                 OPEN_EXISTING,
+                                 FILE_FLAG_BACKUP_SEMANTICS,
+                                 nullptr);
+    if (h == INVALID_HANDLE_VALUE) return false;
+    const bool ok = GetFileInformationByHandle(h, &info) != 0;
+    CloseHandle(h);
+    return ok;
+}
+
+bool isDirectory(const std::string& path) {
+    const DWORD attributes = GetFileAttributesA(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+}  // namespace
+
+bool sameFile(const std::string& a, const std::string& b) {
+    BY_HANDLE_FILE_INFORMATION ia, ib;
+    return fileIdentity(a, ia) && fileIdentity(b, ib) &&
+           ia.dwVolumeSerialNumber == ib.dwVolumeSerialNumber &&
+           ia.nFileIndexHigh == ib.nFileIndexHigh && ia.nFileIndexLow == ib.nFileIndexLow;
+}
+
+bool makeDirectories(const std::string& path) {
+    for (std::size_t cut = path.find_first_of(kPathSeparators, 1);;
+         cut = path.find_first_of(kPathSeparators, cut + 1)) {
+        const std::string prefix = path.substr(0, cut);
+        // A drive ("C:") exists already and cannot be created.
+        const bool drive = prefix.size() == 2 && prefix[1] == ':';
+        if (!prefix.empty() && !drive && !CreateDirectoryA(prefix.c_str(), nullptr) &&
+            GetLastError() != ERROR_ALREADY_EXISTS) {
+            errno = GetLastError() == ERROR_ACCESS_DENIED ? EACCES : ENOENT;
+            return false;
+        }
+        if (cut == std::string::npos) break;
+    }
+    if (isDirectory(path)) return true;
+    errno = ENOTDIR;
+    return false;
+}
+
+long peakMemoryKiB() {
+    PROCESS_MEMORY_COUNTERS counters;
+    if (!GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters)) return -1;
+    return long(counters.PeakWorkingSetSize / 1024);
+}
+
+long processId() {
+    return long(GetCurrentProcessId());
+}
+
+bool replaceFile(const std::string& from, const std::string& to, std::string& reason) {
+    // rename() on Windows refuses an existing target; this replaces it in one step.
+    if (MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return true;
+    reason = systemMessage(GetLastError());
+    return false;
+}
+
+#else
+
+bool sameFile(const std::string& a, const std::string& b) {
+    struct stat sa, sb;
+    return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+           sa.st_ino == sb.st_ino;
+}
+
+bool makeDirectories(const std::string& path) {
+    for (std::size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
+        const std::string prefix = path.substr(0, slash);
+        if (!prefix.empty() && ::mkdir(prefix.c_str(), 0777) != 0 && errno != EEXIST) return false;
+        if (slash == std::string::npos) break;
+    }
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0) return false;
+    if (!S_ISDIR(info.st_mode)) errno = ENOTDIR;
+    return S_ISDIR(info.st_mode);
+}
+
+long peakMemoryKiB() {
+    struct rusage usage;
+    if (::getrusage(RUSAGE_SELF, &usage) != 0) return -1;
+    return usage.ru_maxrss;  // KiB on Linux
+}
+
+long processId() {
+    return long(::getpid());
+}
+
+bool replaceFile(const std::string& from, const std::string& to, std::string& reason) {
+    if (std::rename(from.c_str(), to.c_str()) == 0) return true;
+    reason = std::strerror(errno);
+    return false;
+}
+
+#endif
+
+}  // namespace rytri
