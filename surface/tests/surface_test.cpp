@@ -1,0 +1,5 @@
+#include <gtest/gtest.h>
+
+#include "RySurface.h"
+
+TEST(Surface, Placeholder) {}
