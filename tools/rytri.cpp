@@ -96,7 +96,9 @@ int planOutputs(const Options& o, std::vector<PlannedOutput>& planned) {
         if (dot != std::string::npos && (slash == std::string::npos || dot > slash))
             ext = path.substr(dot);
         for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
-        if (ext == ".obj" || OutputFile::isStandardOutput(path)) {
+        struct stat info;
+        const bool special = ::stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
+        if (ext == ".obj" || OutputFile::isStandardOutput(path) || (ext.empty() && special)) {
             planned.push_back({PlannedOutput::kObj, path});
         } else if (ext == ".node" || ext == ".ele") {
             planned.push_back({PlannedOutput::kNodeEle, path.substr(0, dot)});
@@ -104,7 +106,8 @@ int planOutputs(const Options& o, std::vector<PlannedOutput>& planned) {
             planned.push_back({PlannedOutput::kSvg, path});
         } else {
             return usageError("cannot tell the format of output '" + path +
-                              "': use a name ending in .obj, .node, .ele or .svg, or '-'");
+                              "': use a name ending in .obj, .node, .ele or .svg, or '-' (a "
+                              "device or FIFO without extension gets .obj)");
         }
     }
     if (!o.svg.empty()) planned.push_back({PlannedOutput::kSvg, o.svg});

@@ -56,8 +56,7 @@ struct SegmentWalk {
     }
 
     /// The mesh edge from v that continues the chain (a half-edge of it, and its other end),
-    /// or {-1, -1}. The neighbours of v are the ends of its outgoing half-edges, and on the hull
-    /// also the start of the incoming half-edge that has no twin.
+    /// or {-1, -1}.
     std::pair<std::int32_t, std::int32_t> next(std::int32_t v, double at) const {
         std::pair<std::int32_t, std::int32_t> best{-1, -1};
         int bestRank = 9;
@@ -72,13 +71,7 @@ struct SegmentWalk {
             }
             return r == 0;
         };
-        const std::int32_t stop = mesh.outStart[std::size_t(v) + 1];
-        for (std::int32_t i = mesh.outStart[std::size_t(v)]; i < stop; ++i) {
-            const std::int32_t h = mesh.outEdges[std::size_t(i)];
-            if (consider(h, mesh.target(h))) break;
-            const std::int32_t in = h - h % 3 + nextCorner(nextCorner(h % 3));  // ends at v
-            if (mesh.twin[std::size_t(in)] < 0 && consider(in, mesh.origin(in))) break;
-        }
+        mesh.forEachNeighbour(v, consider);
         return bestRank < 9 ? best : std::pair<std::int32_t, std::int32_t>{-1, -1};
     }
 
@@ -87,7 +80,7 @@ struct SegmentWalk {
     bool run(std::vector<std::pair<std::int32_t, std::int32_t>>& chain) const {
         std::int32_t v = p;
         double at = 0.0;
-        const std::size_t limit = mesh.outStart.size();  // every step reaches a new vertex
+        const std::size_t limit = mesh.vertexEdge.size();  // every step reaches a new vertex
         for (std::size_t steps = 0; v != q; ++steps) {
             const auto step =
                 steps < limit ? next(v, at) : std::pair<std::int32_t, std::int32_t>{-1, -1};

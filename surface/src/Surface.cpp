@@ -250,9 +250,11 @@ bool triangulate(const MergedPoints& merged,
     {
         const std::vector<PkMeshTriangle> triangles = tri.getMeshTriangles();
         mesh.triangles.resize(3 * triangles.size());
+        mesh.working.resize(3 * triangles.size());
         for (std::size_t t = 0; t < triangles.size(); ++t) {
             for (int k = 0; k < 3; ++k) {
                 mesh.triangles[3 * t + std::size_t(k)] = triangles[t].getVertexIndexAt(k);
+                mesh.working[3 * t + std::size_t(k)] = triangles[t].getNeighborIndex(k);
             }
         }
     }

@@ -163,30 +163,30 @@ void findHoleSeeds(const MeshTopology& mesh,
                    const std::vector<char>& kept,
                    Surface& s) {
     std::vector<char> seen(mesh.triangleCount(), 0);
-    std::vector<std::int32_t> stack;
+    std::vector<std::int32_t> region;
     for (std::size_t start = 0; start < seen.size(); ++start) {
         if (kept[start] || seen[start]) continue;
         bool open = false;
-        std::int32_t best = std::int32_t(start);
-        double bestArea = -1.0;
+        region.assign(1, std::int32_t(start));
         seen[start] = 1;
-        stack.push_back(std::int32_t(start));
-        while (!stack.empty()) {
-            const std::int32_t t = stack.back();
-            stack.pop_back();
-            const std::int32_t* v = &mesh.triangles[3 * std::size_t(t)];
-            const double area = orientValue(mesh.xy(v[0]), mesh.xy(v[1]), mesh.xy(v[2]));
-            if (area > bestArea) bestArea = area, best = t;
-            for (std::int32_t h = 3 * t; h < 3 * t + 3; ++h) {
+        for (std::size_t i = 0; i < region.size(); ++i) {
+            for (std::int32_t h = 3 * region[i]; h < 3 * region[i] + 3; ++h) {
                 if (groups.ofHalfEdge[std::size_t(h)] >= 0) continue;
                 const std::int32_t across = mesh.twin[std::size_t(h)];
                 open |= across < 0;
                 if (across < 0 || seen[std::size_t(across / 3)]) continue;
                 seen[std::size_t(across / 3)] = 1;
-                stack.push_back(across / 3);
+                region.push_back(across / 3);
             }
         }
         if (open) continue;
+        std::int32_t best = region[0];
+        double bestArea = -1.0;
+        for (std::int32_t t : region) {
+            const std::int32_t* v = &mesh.triangles[3 * std::size_t(t)];
+            const double area = orientValue(mesh.xy(v[0]), mesh.xy(v[1]), mesh.xy(v[2]));
+            if (area > bestArea) bestArea = area, best = t;
+        }
         const std::int32_t* v = &mesh.triangles[3 * std::size_t(best)];
         for (int axis = 0; axis < 2; ++axis) {
             s.holeSeeds.push_back(
@@ -208,7 +208,9 @@ bool finishSurface(MeshTopology& mesh,
         return !o.progress || o.progress(o.progressContext, SurfacePhase::kFinish, done, 3);
     };
     if (!step(0)) return stop(s);
-    buildAdjacency(mesh);
+    buildAdjacency(mesh, mesh.working);
+    mesh.working = std::vector<std::int32_t>();
+    if (!chains.chain.empty()) findVertexEdges(mesh);
     if (!step(1)) return stop(s);
     const TracedLines traced = traceLines(mesh, chains, std::int32_t(merged.size()));
     s.keep = resolveRule(o.keep, chains, skip, in);
