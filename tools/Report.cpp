@@ -160,7 +160,7 @@ std::string describeLine(const Site& site, std::size_t line) {
 
 void printWarnings(const Site& site, const ry::Surface& s, const Options& o) {
     for (const std::string& w : site.warnings) warn(o, w);
-    printConflicts(site, s, o);
+    if (s.status != ry::SurfaceStatus::kHeightConflict) printConflicts(site, s, o);
     for (std::int32_t line : s.degenerateLines) {
         warn(o,
              describeLine(site, std::size_t(line)) +
@@ -203,7 +203,8 @@ int reportFailure(const Site& site,
             return kExitStatus;
         case SurfaceStatus::kMissingHeight:
             printError(site.where(std::size_t(s.missingHeight)) +
-                       ": no height, and no point with one lies at this position" +
+                       ": no height, and it lies outside the points that have one (no surface "
+                       "to take it from)" +
                        (s.missingHeightCount > 1
                             ? " (" + std::to_string(s.missingHeightCount - 1) + " more like it)"
                             : "") +

@@ -96,7 +96,8 @@ using SurfaceProgress = bool (*)(void* context,
 
 struct SurfaceInput {
     /// x, y, z of each point. A NaN z means "no height": the point takes the height of a
-    /// coincident point, else SurfaceOptions::defaultZ.
+    /// coincident point, else SurfaceOptions::defaultZ when it is a number, else the height of
+    /// the surface of the points that have one (linear on their Delaunay triangle).
     ArrayView<double> xyz;
     /// The lines' point indices, line after line.
     ArrayView<std::int32_t> lineVertices;
@@ -112,7 +113,8 @@ struct SurfaceOptions {
     /// Points closer than this merge into the first of them; 0 merges identical x, y only.
     double mergeDistance = 0.0;
     Duplicates duplicates = Duplicates::kFirst;
-    /// Height of points left without one; NaN: such points are an error (kMissingHeight).
+    /// Height of points left without one; NaN: the height of the surface of the points that
+    /// have one, and outside it an error (kMissingHeight).
     double defaultZ = std::numeric_limits<double>::quiet_NaN();
     /// The library's determinant band: 0 decides every orientation and in-circle test exactly.
     double cdtTolerance = 0.0;
@@ -134,7 +136,8 @@ enum class SurfaceStatus : std::int32_t {
     kBadInput = 1,
     /// Duplicates::kError and coincident points with different heights (see conflicts).
     kHeightConflict = 2,
-    /// A point without height and no default (missingHeight names the first).
+    /// A point without height outside the points that have one, and no default
+    /// (missingHeight names the first).
     kMissingHeight = 3,
     /// The library reported a failure status (libraryStatus).
     kTriangulationFailed = 4,

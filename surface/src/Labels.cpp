@@ -225,34 +225,6 @@ void labelEvenOdd(const MeshTopology& mesh,
     for (std::size_t t = 0; t < m; ++t) result.kept[t] = depth[t] != INT_MAX && depth[t] % 2 == 1;
 }
 
-/// The triangle holding p (on its boundary counts), or -1 outside the hull. A walk towards p
-/// that tries the edges in turn from a rotating start (so it cannot cycle for long), then a
-/// scan of every triangle should it not arrive.
-std::int32_t locate(const MeshTopology& mesh, const double* p) {
-    const std::size_t m = mesh.triangleCount();
-    if (m == 0) return -1;
-    std::int32_t t = 0;
-    for (std::size_t steps = 0; steps < 4 * m + 16; ++steps) {
-        std::int32_t exit = -1;
-        for (int j = 0; j < 3 && exit < 0; ++j) {
-            const std::int32_t h = 3 * t + std::int32_t((steps + std::size_t(j)) % 3);
-            if (orientSign(mesh.xy(mesh.origin(h)), mesh.xy(mesh.target(h)), p) < 0) exit = h;
-        }
-        if (exit < 0) return t;
-        if (mesh.twin[std::size_t(exit)] < 0) return -1;
-        t = mesh.twin[std::size_t(exit)] / 3;
-    }
-    for (std::size_t s = 0; s < m; ++s) {
-        const std::int32_t* v = &mesh.triangles[3 * s];
-        if (orientSign(mesh.xy(v[0]), mesh.xy(v[1]), p) >= 0 &&
-            orientSign(mesh.xy(v[1]), mesh.xy(v[2]), p) >= 0 &&
-            orientSign(mesh.xy(v[2]), mesh.xy(v[0]), p) >= 0) {
-            return std::int32_t(s);
-        }
-    }
-    return -1;
-}
-
 void labelHolePoints(const MeshTopology& mesh,
                      const EdgeGroups& groups,
                      const std::vector<std::int32_t>& bounding,
@@ -274,7 +246,7 @@ void labelHolePoints(const MeshTopology& mesh,
         if (mesh.twin[h] < 0 && open(std::int32_t(h))) remove(std::int32_t(h / 3));
     }
     for (std::size_t i = 0; i + 1 < holePoints.size; i += 2) {
-        const std::int32_t t = locate(mesh, &holePoints.data[i]);
+        const std::int32_t t = locateTriangle(mesh, &holePoints.data[i]);
         if (t < 0) {
             ++result.ignoredHolePoints;
         } else {

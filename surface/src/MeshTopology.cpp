@@ -9,6 +9,8 @@
 
 #include <algorithm>
 
+#include "Orient.h"
+
 namespace ry {
 
 namespace {
@@ -87,6 +89,33 @@ void findVertexEdges(MeshTopology& mesh) {
     for (std::size_t h = 0; h < mesh.triangles.size(); ++h) {
         mesh.vertexEdge[std::size_t(mesh.triangles[h])] = std::int32_t(h);
     }
+}
+
+// A walk towards p that tries the edges in turn from a rotating start (so it cannot cycle for
+// long), then a scan of every triangle should it not arrive.
+std::int32_t locateTriangle(const MeshTopology& mesh, const double* p, std::int32_t start) {
+    const std::size_t m = mesh.triangleCount();
+    if (m == 0) return -1;
+    std::int32_t t = start >= 0 && std::size_t(start) < m ? start : 0;
+    for (std::size_t steps = 0; steps < 4 * m + 16; ++steps) {
+        std::int32_t exit = -1;
+        for (int j = 0; j < 3 && exit < 0; ++j) {
+            const std::int32_t h = 3 * t + std::int32_t((steps + std::size_t(j)) % 3);
+            if (orientSign(mesh.xy(mesh.origin(h)), mesh.xy(mesh.target(h)), p) < 0) exit = h;
+        }
+        if (exit < 0) return t;
+        if (mesh.twin[std::size_t(exit)] < 0) return -1;
+        t = mesh.twin[std::size_t(exit)] / 3;
+    }
+    for (std::size_t s = 0; s < m; ++s) {
+        const std::int32_t* v = &mesh.triangles[3 * s];
+        if (orientSign(mesh.xy(v[0]), mesh.xy(v[1]), p) >= 0 &&
+            orientSign(mesh.xy(v[1]), mesh.xy(v[2]), p) >= 0 &&
+            orientSign(mesh.xy(v[2]), mesh.xy(v[0]), p) >= 0) {
+            return std::int32_t(s);
+        }
+    }
+    return -1;
 }
 
 }  // namespace ry

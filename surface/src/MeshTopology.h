@@ -68,4 +68,8 @@ void buildAdjacency(MeshTopology& mesh, const std::vector<std::int32_t>& working
 /// Fills vertexEdge (needed by forEachNeighbour).
 void findVertexEdges(MeshTopology& mesh);
 
+/// The triangle holding p (on its boundary counts), or -1 outside the hull; needs twin. The
+/// walk starts at triangle `start` (a triangle near p makes it short).
+std::int32_t locateTriangle(const MeshTopology& mesh, const double* p, std::int32_t start = 0);
+
 }  // namespace ry

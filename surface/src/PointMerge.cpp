@@ -148,18 +148,10 @@ struct Merger {
         }
     }
 
-    /// Means, then the default height for points left without one.
+    /// The means of the heights (Duplicates::kMean).
     void finish() {
-        for (std::size_t v = 0; v < m.size(); ++v) {
-            double& z = m.xyz[3 * v + 2];
-            if (mean && counts[v] > 1) z = sums[v] / counts[v];
-            if (!std::isnan(z)) continue;
-            if (!std::isnan(options.defaultZ)) {
-                z = options.defaultZ;
-            } else {
-                if (m.missingHeight < 0) m.missingHeight = m.vertexSource[v];
-                ++m.missingHeightCount;
-            }
+        for (std::size_t v = 0; mean && v < m.size(); ++v) {
+            if (counts[v] > 1) m.xyz[3 * v + 2] = sums[v] / counts[v];
         }
     }
 };

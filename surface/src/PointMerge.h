@@ -23,9 +23,13 @@ struct MergedPoints {
     std::size_t size() const { return vertexSource.size(); }
 };
 
-/// Merges the points (all kept apart when options.merge is off), then gives a height to points
-/// without one (options.defaultZ, when it is a number). Reports progress as SurfacePhase::kMerge;
-/// false when the callback asked to stop.
+/// Merges the points (all kept apart when options.merge is off). Reports progress as
+/// SurfacePhase::kMerge; false when the callback asked to stop.
 bool mergePoints(ArrayView<double> xyz, const SurfaceOptions& options, MergedPoints& merged);
+
+/// Gives the merged points without height (NaN z) options.defaultZ when it is a number, else the
+/// height of the surface of the points that have one (linear on the Delaunay triangle holding
+/// them); counts those left without one (outside that surface) in missingHeight(Count).
+void settleHeights(MergedPoints& merged, const SurfaceOptions& options);
 
 }  // namespace ry

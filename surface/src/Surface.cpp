@@ -273,6 +273,7 @@ bool build(const SurfaceInput& in, const SurfaceOptions& o, Surface& s) {
     if (!checkPoints(in, o, s) || !checkLines(in, s)) return false;
     MergedPoints merged;
     if (!mergePoints(in.xyz, o, merged)) return fail(s, SurfaceStatus::kStopped, "stopped");
+    settleHeights(merged, o);
     s.pointVertex = merged.pointVertex;
     s.repeatedPoints = merged.repeated;
     s.conflictCount = merged.conflictCount;
@@ -291,7 +292,7 @@ bool build(const SurfaceInput& in, const SurfaceOptions& o, Surface& s) {
                     SurfaceStatus::kMissingHeight,
                     point(std::size_t(merged.missingHeight)) + " and " +
                         std::to_string(merged.missingHeightCount - 1) +
-                        " more have no height and lie on no point that has one",
+                        " more have no height and lie outside the points that have one",
                     "give their heights, or a default height (defaultZ)");
     }
     std::vector<char> skip;

@@ -469,6 +469,20 @@ bool settleHeights(Site& site,
     return true;
 }
 
+/// A polyline whose vertices have heights must have them all (unless a default fills the gaps).
+bool mixedHeights(const std::string& path,
+                  int withZ,
+                  int withoutZ,
+                  const ReadOptions& options,
+                  std::string& error) {
+    if (withZ == 0 || withoutZ == 0 || !std::isnan(options.defaultZ)) return true;
+    error = located(path,
+                    withoutZ,
+                    "no height (z) here, though other vertices of this line have one; give it, "
+                    "or a height for such vertices with --default-z Z");
+    return false;
+}
+
 }  // namespace
 
 InputFormat inputFormatOf(const std::string& path) {
@@ -574,7 +588,7 @@ bool readPolylines(const std::string& path,
     const std::size_t firstPoint = site.points.size();
     const bool ring = role == ry::Role::kBoundary || role == ry::Role::kHole;
     LineCursor lines(text);
-    int withZ = 0, withoutZ = 0;
+    int withZ = 0, withoutZ = 0;  // lines of the current polyline with and without a height
     while (lines.next()) {
         FieldReader fields(lines.line());
         double x, y, z = std::numeric_limits<double>::quiet_NaN();
@@ -585,8 +599,9 @@ bool readPolylines(const std::string& path,
             error = located(path, lines.lineNumber(), "expected 'x y [z]': " + what);
             return false;
         }
-        (std::isnan(z) ? withoutZ : withZ) = lines.lineNumber();
         if (site.lines.empty() || lines.afterBlank() || site.lineOrigins.back().file != file) {
+            if (!mixedHeights(path, withZ, withoutZ, options, error)) return false;
+            withZ = withoutZ = 0;
             ry::Polyline line;
             line.role = role;
             line.closed = ring;
@@ -594,20 +609,15 @@ bool readPolylines(const std::string& path,
             site.lines.push_back(line);
             site.lineOrigins.push_back({file, lines.lineNumber()});
         }
+        (std::isnan(z) ? withoutZ : withZ) = lines.lineNumber();
         site.lineVertices.push_back(std::int32_t(site.points.size()));
         ++site.lines.back().count;
         site.points.emplace_back(x, y, z);
         site.origins.push_back({file, lines.lineNumber()});
     }
-    if (withZ > 0 && withoutZ > 0 && std::isnan(options.defaultZ)) {
-        error = located(path,
-                        withoutZ,
-                        "no height (z) on this line, though other lines have one; give it, or "
-                        "a height for such lines with --default-z Z");
-        return false;
-    }
-    // Without a height a vertex takes a coincident point's (NaN), or the default, or 0 when
-    // the site has no heights at all.
+    if (!mixedHeights(path, withZ, withoutZ, options, error)) return false;
+    // Without a height a vertex takes the default, or (NaN) a coincident point's or the
+    // surface's, or 0 when the site has no heights at all.
     const double fill = !std::isnan(options.defaultZ) ? options.defaultZ
                         : site.hasHeights             ? std::numeric_limits<double>::quiet_NaN()
                                                       : 0.0;
