@@ -41,13 +41,16 @@ struct Site {
     /// Non-fatal remarks made while reading (ignored sections, skipped header...).
     std::vector<std::string> warnings;
 
-    /// "file:line" of a point, or "point i" when its origin is unknown.
+    /// "file:line" of a point (with its id, when it has one), or "point i" when its origin is
+    /// unknown.
     std::string where(std::size_t point) const {
+        const std::string id =
+            point < ids.size() && !ids[point].empty() ? " (point " + ids[point] + ")" : "";
         if (point < origins.size() && origins[point].file >= 0) {
             return files[std::size_t(origins[point].file)] + ":" +
-                   std::to_string(origins[point].line);
+                   std::to_string(origins[point].line) + id;
         }
-        return "point " + std::to_string(point);
+        return "point " + std::to_string(point) + id;
     }
 };
 

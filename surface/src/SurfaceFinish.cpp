@@ -55,16 +55,18 @@ bool checkMissing(const TracedLines& traced,
                   const MergedPoints& merged,
                   const SurfaceOptions& o,
                   Surface& s) {
-    const MissingSegment* fatal = nullptr;
+    std::size_t first = traced.missing.size();  // the first that is an error
     for (const MissingSegment& m : traced.missing) {
+        if (first == traced.missing.size() &&
+            (o.splitCrossing || bounds(chains.role[std::size_t(m.line)], s.keep))) {
+            first = s.missing.size();
+        }
         s.missing.push_back({m.line,
                              merged.vertexSource[std::size_t(m.from)],
                              merged.vertexSource[std::size_t(m.to)]});
-        if (!fatal && (o.splitCrossing || bounds(chains.role[std::size_t(m.line)], s.keep))) {
-            fatal = &s.missing.back();
-        }
     }
-    if (!fatal) return true;
+    if (first == traced.missing.size()) return true;
+    const MissingSegment* fatal = &s.missing[first];
     return fail(s,
                 SurfaceStatus::kConstraintMissing,
                 "the segment of line " + std::to_string(fatal->line) + " from point " +

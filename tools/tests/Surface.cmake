@@ -32,6 +32,8 @@ if(CASE STREQUAL "roles")
     run_rytri(EXIT 0 STDERR "repeats boundary at square.txt:1 \\(the same ring: it counts once\\)"
               ARGS grid.xyz --boundary square.txt --boundary square.txt -o d.obj)
     expect_area(d.obj 64)
+    # A breakline along the boundary changes nothing.
+    run_rytri(EXIT 0 STDOUT "kept area    64\n" ARGS grid.xyz --boundary square.txt --breaklines square.txt -o bb.obj)
     # No boundary: everything but the holes.
     run_rytri(EXIT 0 STDOUT "kept area    84\n" ARGS grid.xyz --hole rings.txt -o e.obj)
     # The same ring as boundary and hole: the hole wins, nothing is left, and the run says so.
