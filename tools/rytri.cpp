@@ -166,6 +166,12 @@ int readInputs(const Options& o, Site& site, DemoSite& demo) {
             }
         }
     }
+    // An .obj line element from a vertex to itself is no edge; line k of the surface layer is
+    // then role line k, or plain edge k - site.lines.size().
+    site.edges.erase(std::remove_if(site.edges.begin(),
+                                    site.edges.end(),
+                                    [](const PkMeshEdge& e) { return e.EdgeIndex1() < 0; }),
+                     site.edges.end());
     if (site.points.empty()) {
         printError((o.demo ? std::string("demo site") : o.input) +
                    ": no points to triangulate (the input is empty)");
@@ -231,7 +237,6 @@ void makeInput(const Site& site, const Options& o, SurfaceBuffers& b) {
     b.lineVertices = site.lineVertices;
     b.input.lines = site.lines;
     for (const PkMeshEdge& e : site.edges) {
-        if (e.EdgeIndex1() < 0) continue;
         ry::Polyline line;
         line.role = ry::Role::kEdge;
         line.first = b.lineVertices.size();
