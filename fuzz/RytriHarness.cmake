@@ -6,20 +6,25 @@ set(RY_TOOLS_DIR "${PROJECT_SOURCE_DIR}/tools")
 
 function(ry_add_rytri_harness target)
     cmake_parse_arguments(H "WHOLE_TOOL" "" "SOURCES" ${ARGN})
-    set(sources ${H_SOURCES} "${RY_TOOLS_DIR}/io/SiteReaders.cpp" "${RY_TOOLS_DIR}/io/TextInput.cpp")
+    set(sources ${H_SOURCES} "${RY_TOOLS_DIR}/io/SiteReaders.cpp" "${RY_TOOLS_DIR}/io/TextInput.cpp"
+        "${RY_TOOLS_DIR}/io/Columns.cpp")
     if(H_WHOLE_TOOL)
         list(APPEND sources
             "${RY_TOOLS_DIR}/rytri.cpp"
+            "${RY_TOOLS_DIR}/Options.cpp"
+            "${RY_TOOLS_DIR}/Progress.cpp"
+            "${RY_TOOLS_DIR}/Report.cpp"
             "${RY_TOOLS_DIR}/DemoSite.cpp"
             "${RY_TOOLS_DIR}/io/OutputFile.cpp"
             "${RY_TOOLS_DIR}/io/MeshWriters.cpp"
-            "${RY_TOOLS_DIR}/io/Platform.cpp")
+            "${RY_TOOLS_DIR}/io/Platform.cpp"
+            $<TARGET_OBJECTS:ry_surface_objects>)
     endif()
     add_executable(${target} ${sources})
     if(H_WHOLE_TOOL)
         set_source_files_properties("${RY_TOOLS_DIR}/rytri.cpp" TARGET_DIRECTORY ${target}
             PROPERTIES COMPILE_DEFINITIONS "main=rytriMain;RYTRI_VERSION=\"harness\"")
     endif()
-    target_include_directories(${target} PRIVATE "${RY_TOOLS_DIR}")
+    target_include_directories(${target} PRIVATE "${RY_TOOLS_DIR}" "${PROJECT_SOURCE_DIR}/surface/include")
     target_link_libraries(${target} PRIVATE ry_objects ry_warnings)
 endfunction()

@@ -32,6 +32,9 @@ enum PkTriangulationStatus : int {
     StatusConstraintFailed = 5,
     /// A loop reached its iteration limit (1000000).
     StatusIterationLimit = 7,
+    /// The progress callback (setProgressCallback) asked the call to stop; the mesh is left as
+    /// after any other failure. Only a host that sets a callback sees it. (6 is not used.)
+    StatusStopped = 8,
 };
 
 /// Plane onto which deleteDuplicateVertices projects the points. Numbers are part of the
@@ -41,6 +44,19 @@ enum PkConvert2dVertex : int {
     kXZPlane = 1,  ///< (x, z)
     kYZPlane = 2,  ///< (y, z)
 };
+
+/// Phases of a triangulation call reported to a progress callback.
+enum PkProgressPhase : int {
+    kProgressVertices = 0,     ///< inserting the points; done and total count points
+    kProgressConstraints = 1,  ///< forcing in the constraint edges; done and total count edges
+};
+
+/// Progress callback: `context` as given to setProgressCallback, the phase, and how much of it is
+/// done. Returning false asks the running call to stop.
+typedef bool (*PkProgressCallback)(void* context,
+                                   PkProgressPhase phase,
+                                   long long done,
+                                   long long total);
 
 struct RyTriangulationImpl;
 
@@ -87,6 +103,13 @@ public:
                                  std::vector<PkMeshEdge>& edges,
                                  PkConvert2dVertex& plane,
                                  PkGeTol& tol);
+
+    /// Opt-in progress reports of the triangulation calls (null, the default, reports nothing).
+    /// The callback runs on the caller's thread at the start and the end of each phase and in
+    /// between after about every 4096 points or 256 constraint edges. When it returns false the
+    /// call stops there and returns StatusStopped. Kept by a second triangulation call and by
+    /// copies of the object; it never changes a result, a status or the use of rand().
+    void setProgressCallback(PkProgressCallback callback, void* context);
 
     /// Delaunay triangulation of the points' x and y, closed by ghost triangles around the hull.
     /// Returns StatusOk, or the first failure: StatusFailed (an x or y that is not finite, or

@@ -79,6 +79,34 @@ double polylineDistance(const Ring& line, bool closed, double x, double y) {
     return best;
 }
 
+/// Survey points: uniform over the bounding box, kept inside the site and outside the holes
+/// with a 1 m margin from every boundary and 0.5 m from every breakline.
+void addSurveyPoints(Site& site,
+                     const Ring& outer,
+                     const Ring& pond,
+                     const Ring& building,
+                     const std::vector<Ring>& breaklines) {
+    SplitMix64 random{20240611u};
+    const std::size_t surveyCount = 3000;
+    const std::size_t firstSurvey = site.points.size();
+    while (site.points.size() - firstSurvey < surveyCount) {
+        const double x = 500.0 * random.unit();
+        const double y = 300.0 * random.unit();
+        if (!insideRing(outer, x, y) || insideRing(pond, x, y) || insideRing(building, x, y)) {
+            continue;
+        }
+        if (polylineDistance(outer, true, x, y) < 1.0 || polylineDistance(pond, true, x, y) < 1.0 ||
+            polylineDistance(building, true, x, y) < 1.0) {
+            continue;
+        }
+        bool nearBreakline = false;
+        for (const Ring& line : breaklines)
+            nearBreakline |= polylineDistance(line, false, x, y) < 0.5;
+        if (nearBreakline) continue;
+        site.points.emplace_back(x, y, terrain(x, y));
+    }
+}
+
 }  // namespace
 
 DemoSite makeDemoSite() {
@@ -127,49 +155,27 @@ DemoSite makeDemoSite() {
         site.points.emplace_back(p.x, p.y, terrain(p.x, p.y));
         return int(site.points.size()) - 1;
     };
-    auto addRing = [&](const Ring& ring) {
-        const int first = int(site.points.size());
-        for (const Xy& p : ring) addPoint(p);
-        const int n = int(ring.size());
-        for (int k = 0; k < n; ++k) site.edges.emplace_back(first + k, first + (k + 1) % n);
+    auto addLine = [&](const Ring& ring, ry::Role role) {
+        ry::Polyline line;
+        line.role = role;
+        line.closed = role != ry::Role::kBreakline;
+        line.first = site.lineVertices.size();
+        line.count = ring.size();
+        site.lines.push_back(line);
+        site.lineOrigins.push_back(SourceRef());
+        for (const Xy& p : ring) site.lineVertices.push_back(addPoint(p));
     };
-    addRing(outer);
-    addRing(pond);
+    addLine(outer, ry::Role::kBoundary);
+    addLine(pond, ry::Role::kHole);
     // The pond's edge is the water line: one level all round.
     for (std::size_t i = site.points.size() - pond.size(); i < site.points.size(); ++i) {
         site.points[i].z = terrain(150.0, 205.0);
     }
-    addRing(building);
-    for (const Ring& line : breaklines) {
-        int previous = -1;
-        for (const Xy& p : line) {
-            const int index = addPoint(p);
-            if (previous >= 0) site.edges.emplace_back(previous, index);
-            previous = index;
-        }
-    }
+    addLine(building, ry::Role::kHole);
+    for (const Ring& line : breaklines) addLine(line, ry::Role::kBreakline);
 
-    // Survey points: uniform over the bounding box, kept inside the site and outside the holes
-    // with a 1 m margin from every boundary and 0.5 m from every breakline.
-    SplitMix64 random{20240611u};
-    const std::size_t surveyCount = 3000;
     const std::size_t firstSurvey = site.points.size();
-    while (site.points.size() - firstSurvey < surveyCount) {
-        const double x = 500.0 * random.unit();
-        const double y = 300.0 * random.unit();
-        if (!insideRing(outer, x, y) || insideRing(pond, x, y) || insideRing(building, x, y)) {
-            continue;
-        }
-        if (polylineDistance(outer, true, x, y) < 1.0 || polylineDistance(pond, true, x, y) < 1.0 ||
-            polylineDistance(building, true, x, y) < 1.0) {
-            continue;
-        }
-        bool nearBreakline = false;
-        for (const Ring& line : breaklines)
-            nearBreakline |= polylineDistance(line, false, x, y) < 0.5;
-        if (nearBreakline) continue;
-        addPoint({x, y});
-    }
+    addSurveyPoints(site, outer, pond, building, breaklines);
     // A surveyor's repeated shots: the same position measured twice, heights a centimetre apart.
     demo.repeatedPoints = 25;
     for (std::size_t k = 0; k < demo.repeatedPoints; ++k) {

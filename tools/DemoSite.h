@@ -20,8 +20,9 @@ struct DemoSite {
 
 /// About 3000 points over a 500 x 300 m site with a smooth terrain; an irregular outer boundary,
 /// a round pond and a rotated rectangular building as holes, and three breaklines (a road edge,
-/// a ditch, a terrace edge) whose vertices are also points. Survey points keep a margin from
-/// every boundary and breakline, so none lies on a constraint edge except at its ends.
+/// a ditch, a terrace edge), all given as lines with their roles; their vertices are points. Survey
+/// points keep a margin from every boundary and breakline, so none lies on a constraint edge except
+/// at its ends.
 DemoSite makeDemoSite();
 
 }  // namespace rytri

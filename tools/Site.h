@@ -1,36 +1,57 @@
-// The data that flows through rytri: an input site and the finished mesh.
+// The data that flows through rytri: an input site as read from its files.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "PkMeshEdge.h"
 #include "RyGeometry.h"
+#include "RySurface.h"
 
 namespace rytri {
 
-/// Points (x, y and a height z) and constraint edges as index pairs into `points`. The
+/// Where an input item was read: an index into Site::files (-1: made by the program) and a
+/// 1-based line.
+struct SourceRef {
+    std::int32_t file = -1;
+    std::int32_t line = 0;
+};
+
+/// Points (x, y and a height z; NaN z: no height, for line vertices read without one), plain
+/// constraint edges as index pairs into `points`, and constraint lines with their roles. The
 /// triangulation works on x and y; z rides along with each point.
 struct Site {
     std::vector<PkGePoint3d> points;
+    /// Point ids (a P column), one per point when the input had them, else empty.
+    std::vector<std::string> ids;
+    /// Where each point was read (may be empty, as for the demo).
+    std::vector<SourceRef> origins;
+    std::vector<std::string> files;
+    /// Edges of edge lists, .poly segments and .obj lines without a role.
     std::vector<PkMeshEdge> edges;
+    /// Lines with roles: the point indices of line k are lineVertices[first .. first + count).
+    std::vector<ry::Polyline> lines;
+    std::vector<std::int32_t> lineVertices;
+    std::vector<SourceRef> lineOrigins;  ///< where each line starts
+    /// x, y of the hole points of a .poly file.
+    std::vector<double> holePoints;
+    /// Whether any point line carried a height.
+    bool hasHeights = false;
     /// Non-fatal remarks made while reading (ignored sections, skipped header...).
     std::vector<std::string> warnings;
-};
 
-/// A finished mesh in the plane of triangulation: vertex coordinates (u, v, h) where u, v are
-/// the triangulated plane and h the remaining coordinate, counter-clockwise triangles as vertex
-/// triples, and the constraint edges that were given.
-struct Mesh {
-    std::vector<PkGePoint3d> vertices;
-    std::vector<int> triangles;  ///< 3 entries per triangle
-    std::vector<PkMeshEdge> edges;
-    /// Triangles that the finishing step left out (outside or in holes); drawn as outlines only.
-    std::vector<int> removedTriangles;
-    /// 0: (u, v, h) = (x, y, z); 1: (x, z, y); 2: (y, z, x). Used to write 3D coordinates back.
-    int plane = 0;
-
-    std::size_t triangleCount() const { return triangles.size() / 3; }
+    /// "file:line" of a point (with its id, when it has one), or "point i" when its origin is
+    /// unknown.
+    std::string where(std::size_t point) const {
+        const std::string id =
+            point < ids.size() && !ids[point].empty() ? " (point " + ids[point] + ")" : "";
+        if (point < origins.size() && origins[point].file >= 0) {
+            return files[std::size_t(origins[point].file)] + ":" +
+                   std::to_string(origins[point].line) + id;
+        }
+        return "point " + std::to_string(point) + id;
+    }
 };
 
 }  // namespace rytri

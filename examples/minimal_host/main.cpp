@@ -1,9 +1,37 @@
 // A minimal host: a square site with a square hole and a few survey points inside, triangulated
-// with the boundaries as constraints; prints the triangles that lie inside the site.
+// with the boundaries as constraints; prints the triangles that lie inside the site. Then the
+// same site through the surface layer, which keeps the heights, gives the lines their roles and
+// returns the adjacency of the kept triangles.
 #include <cstdio>
 #include <vector>
 
+#include "RySurface.h"
 #include "RyTriangulation.h"
+
+/// The surface layer on the same points: boundary and hole as roles, heights kept, neighbours
+/// indexed in the kept list. Returns 0 when all is as expected.
+int surfaceLayer(const std::vector<PkGePoint3d>& points) {
+    std::vector<double> xyz;
+    for (const PkGePoint3d& p : points) xyz.insert(xyz.end(), {p.x, p.y, p.z});
+    const std::vector<std::int32_t> lineVertices = {0, 1, 2, 3, 4, 5, 6, 7};
+    ry::SurfaceInput input;
+    input.xyz = xyz;
+    input.lineVertices = lineVertices;
+    input.lines = {{ry::Role::kBoundary, true, 0, 4}, {ry::Role::kHole, true, 4, 4}};
+    const ry::Surface surface = ry::buildSurface(input);
+    if (!surface.ok()) {
+        std::fprintf(stderr, "surface: %s\n", surface.message.c_str());
+        return 1;
+    }
+    int borders = 0;
+    for (std::int32_t n : surface.neighbors) borders += n < 0;
+    std::printf("surface: %zu triangles, area %.3f, %d border edges, height of vertex 8 %.1f\n",
+                surface.triangleCount(),
+                surface.keptArea,
+                borders,
+                surface.vertices[3 * 8 + 2]);
+    return surface.keptArea == 96.0 && borders == 8 && surface.vertices[3 * 8 + 2] == 10.5 ? 0 : 1;
+}
 
 int main() {
     std::vector<PkGePoint3d> points = {
@@ -61,5 +89,6 @@ int main() {
                 vertices.size(),
                 triangles.size(),
                 area);
-    return area > 95.999 && area < 96.001 ? 0 : 1;
+    if (!(area > 95.999 && area < 96.001)) return 1;
+    return surfaceLayer(points);
 }

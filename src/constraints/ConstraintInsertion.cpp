@@ -113,10 +113,18 @@ PkTriangulationStatus RyTriangulationImpl::delaunayTriangulationWithConstraints(
     const std::vector<PkGePoint3d>& points, const std::vector<PkMeshEdge>& edges) {
     const PkTriangulationStatus status = delaunayTriangulation(points);
     if (status != StatusOk) return status;
+    const long long total = static_cast<long long>(edges.size());
+    if (!reportProgress(kProgressConstraints, 0, total)) return StatusStopped;
+    long long done = 0;
     for (const PkMeshEdge& edge : edges) {
         const PkTriangulationStatus edgeStatus = insertConstraintEdge(edge);
         if (edgeStatus != StatusOk) return edgeStatus;
+        if (++done % kConstraintProgressStride == 0 && done < total &&
+            !reportProgress(kProgressConstraints, done, total)) {
+            return StatusStopped;
+        }
     }
+    if (!reportProgress(kProgressConstraints, total, total)) return StatusStopped;
     return StatusOk;
 }
 

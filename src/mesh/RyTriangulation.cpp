@@ -95,6 +95,12 @@ const std::vector<PkMeshPoint3d> RyTriangulation::getMeshVertices() {
     return impl->vertices;
 }
 
+void RyTriangulation::setProgressCallback(PkProgressCallback callback, void* context) {
+    if (!impl) return;
+    impl->progress = callback;
+    impl->progressContext = context;
+}
+
 void RyTriangulation::setCDTTolerence(double tolerance) {
     if (impl) impl->cdtTolerance = tolerance;
 }

@@ -136,6 +136,9 @@ struct RyTriangulationImpl {
     EdgeMap<std::vector<PkMeshEdge>> constraintOrigins;
     int maxIterations = 1000000;
     double cdtTolerance = 1e-9;
+    /// Opt-in progress reports (setProgressCallback); null reports nothing.
+    PkProgressCallback progress = nullptr;
+    void* progressContext = nullptr;
 
     // --- working storage, reused across calls (never part of the observable state) ------------
     /// The tolerance band the geometry uses: cdtTolerance, or 0 when that is negative or NaN.
@@ -144,6 +147,14 @@ struct RyTriangulationImpl {
     std::vector<int> flipStack;
     /// True once a triangulation call has written the record.
     bool used = false;
+
+    /// Reports progress when a callback is set; false when it asks the call to stop.
+    bool reportProgress(PkProgressPhase phase, long long done, long long total) const {
+        return progress == nullptr || progress(progressContext, phase, done, total);
+    }
+    /// Points (or constraint edges) between two progress reports: rare enough to cost nothing.
+    static constexpr int kProgressStride = 4096;
+    static constexpr int kConstraintProgressStride = 256;
 
     // --- triangle slots ----------------------------------------------------------------------
     /// Slot for a new triangle: the last released slot if any, else a default one appended.

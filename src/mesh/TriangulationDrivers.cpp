@@ -57,7 +57,14 @@ PkTriangulationStatus RyTriangulationImpl::delaunayTriangulation(
     freeTriangles.clear();
     appendVertexRecords(points);
 
-    return (options & bSpatialSort) ? insertVerticesSorted() : insertVerticesShuffled();
+    const long long total = n;
+    if (!reportProgress(kProgressVertices, 0, total)) return StatusStopped;
+    const PkTriangulationStatus status =
+        (options & bSpatialSort) ? insertVerticesSorted() : insertVerticesShuffled();
+    if (status == StatusOk && !reportProgress(kProgressVertices, total, total)) {
+        return StatusStopped;
+    }
+    return status;
 }
 
 namespace {
@@ -214,8 +221,13 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     };
     const RankedVertexView view{keys.get(), triangleOf.data()};
     PkTriangulationStatus status = StatusOk;
+    const bool reporting = progress != nullptr;
     try {
         for (int i = 3; i < n && status == StatusOk; ++i) {
+            if (reporting && i % kProgressStride == 0 && !reportProgress(kProgressVertices, i, n)) {
+                status = StatusStopped;
+                break;
+            }
             sort.waitFor(std::size_t(i));
             settle(std::size_t(i));
             settled = i + 1;
@@ -250,7 +262,11 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledFrom(const std::vector<
                                                               int from) {
     const int n = int(order.size());
     constexpr int kPrefetchDistance = 8;  // as in the sorted mode
+    const bool reporting = progress != nullptr;
     for (int i = from; i < n; ++i) {
+        if (reporting && i % kProgressStride == 0 && !reportProgress(kProgressVertices, i, n)) {
+            return StatusStopped;
+        }
         if (i + kPrefetchDistance < n) {
             __builtin_prefetch(&vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
         }
@@ -329,8 +345,13 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
     PkTriangulationStatus status = StatusOk;
     bool answered = true;
     InsertionScouts scouts(*ahead, view, triangles, order);
+    const bool reporting = progress != nullptr;
     try {
         for (; i < n; ++i) {
+            if (reporting && i % kProgressStride == 0 && !reportProgress(kProgressVertices, i, n)) {
+                status = StatusStopped;
+                break;
+            }
             if (i + kPrefetchDistance < n) {
                 __builtin_prefetch(
                     &vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);

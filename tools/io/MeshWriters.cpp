@@ -46,26 +46,47 @@ const char* planeNote(int plane) {
     }
 }
 
+const char* roleName(ry::Role role) {
+    switch (role) {
+        case ry::Role::kBoundary:
+            return "boundary";
+        case ry::Role::kHole:
+            return "hole";
+        case ry::Role::kBreakline:
+            return "breakline";
+        default:
+            return "edge";
+    }
+}
+
+void writeVertex(OutputFile& out, const char* tag, const PkGePoint3d& p) {
+    out.write(tag);
+    out.writeNumber(p.x);
+    out.write(" ");
+    out.writeNumber(p.y);
+    out.write(" ");
+    out.writeNumber(p.z);
+    out.write("\n");
+}
+
+PkGePoint3d vertexAt(const ry::Surface& s, std::size_t v) {
+    return PkGePoint3d(s.vertices[3 * v], s.vertices[3 * v + 1], s.vertices[3 * v + 2]);
+}
+
 }  // namespace
 
-void writeObj(const Mesh& mesh, const std::string& comment, OutputFile& out) {
+void writeObj(const MeshOutput& mesh, const std::string& comment, OutputFile& out) {
+    const ry::Surface& s = mesh.surface;
     writeComment(out, comment);
-    for (const PkGePoint3d& p : mesh.vertices) {
-        const PkGePoint3d q = toSpace(p, mesh.plane);
-        out.write("v ");
-        out.writeNumber(q.x);
-        out.write(" ");
-        out.writeNumber(q.y);
-        out.write(" ");
-        out.writeNumber(q.z);
-        out.write("\n");
+    for (std::size_t v = 0; v < s.vertexCount(); ++v) {
+        writeVertex(out, "v ", toSpace(vertexAt(s, v), mesh.plane));
     }
     // Seen from the positive height axis the triangles run counter-clockwise in (u, v); for the
     // x-z plane that axis is y and (x, z, y) is a left-handed relabelling, so flip the order to
     // keep the faces' normals on the height side.
     const bool flip = mesh.plane == 1;
-    for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
-        const int* v = &mesh.triangles[3 * t];
+    for (std::size_t t = 0; t < s.triangleCount(); ++t) {
+        const std::int32_t* v = &s.triangles[3 * t];
         out.write("f ");
         out.writeInteger(v[0] + 1);
         out.write(" ");
@@ -74,67 +95,75 @@ void writeObj(const Mesh& mesh, const std::string& comment, OutputFile& out) {
         out.writeInteger((flip ? v[1] : v[2]) + 1);
         out.write("\n");
     }
-    for (const PkMeshEdge& e : mesh.edges) {
-        if (e.EdgeIndex1() < 0) continue;
+    // Lines with roles go in groups named after the role, which the .obj reader gives back.
+    bool roles = false;
+    for (ry::Role role : s.edgeRole) roles |= role != ry::Role::kEdge;
+    for (std::size_t i = 0; i < s.edgeCount(); ++i) {
+        if (roles && (i == 0 || s.edgeLine[i] != s.edgeLine[i - 1])) {
+            out.write("g ");
+            out.write(roleName(s.edgeRole[i]));
+            out.write("\n");
+        }
         out.write("l ");
-        out.writeInteger(e.EdgeIndex1() + 1);
+        out.writeInteger(s.edgeVertices[2 * i] + 1);
         out.write(" ");
-        out.writeInteger(e.EdgeIndex2() + 1);
+        out.writeInteger(s.edgeVertices[2 * i + 1] + 1);
         out.write("\n");
     }
 }
 
-void writeNode(const Mesh& mesh, const std::string& comment, OutputFile& out) {
+void writeNode(const MeshOutput& mesh, const std::string& comment, OutputFile& out) {
+    const ry::Surface& s = mesh.surface;
     writeComment(out, comment);
     writeComment(out, planeNote(mesh.plane));
-    out.writeInteger(static_cast<long long>(mesh.vertices.size()));
+    out.writeInteger(static_cast<long long>(s.vertexCount()));
     out.write(" 2 1 0\n");
-    long long index = 1;
-    for (const PkGePoint3d& p : mesh.vertices) {
-        out.writeInteger(index++);
-        out.write(" ");
-        out.writeNumber(p.x);
-        out.write(" ");
-        out.writeNumber(p.y);
-        out.write(" ");
-        out.writeNumber(p.z);
-        out.write("\n");
+    for (std::size_t v = 0; v < s.vertexCount(); ++v) {
+        out.writeInteger(static_cast<long long>(v) + 1);
+        writeVertex(out, " ", vertexAt(s, v));
     }
 }
 
-void writeEle(const Mesh& mesh, const std::string& comment, OutputFile& out) {
+void writeEle(const MeshOutput& mesh, const std::string& comment, OutputFile& out) {
+    const ry::Surface& s = mesh.surface;
     writeComment(out, comment);
-    out.writeInteger(static_cast<long long>(mesh.triangleCount()));
+    out.writeInteger(static_cast<long long>(s.triangleCount()));
     out.write(" 3 0\n");
-    for (std::size_t t = 0; t < mesh.triangleCount(); ++t) {
-        const int* v = &mesh.triangles[3 * t];
+    for (std::size_t t = 0; t < s.triangleCount(); ++t) {
         out.writeInteger(static_cast<long long>(t) + 1);
         for (int k = 0; k < 3; ++k) {
             out.write(" ");
-            out.writeInteger(v[k] + 1);
+            out.writeInteger(s.triangles[3 * t + std::size_t(k)] + 1);
         }
         out.write("\n");
     }
 }
 
-void writePoly(const Mesh& mesh, const std::string& comment, OutputFile& out) {
+void writePoly(const MeshOutput& mesh, const std::string& comment, OutputFile& out) {
+    const ry::Surface& s = mesh.surface;
     writeComment(out, comment);
     out.write("# the vertices are in the .node file of the same name\n0 2 1 0\n");
-    long long count = 0;
-    for (const PkMeshEdge& e : mesh.edges) count += e.EdgeIndex1() >= 0 ? 1 : 0;
-    out.writeInteger(count);
+    out.writeInteger(static_cast<long long>(s.edgeCount()));
     out.write(" 0\n");
-    long long index = 1;
-    for (const PkMeshEdge& e : mesh.edges) {
-        if (e.EdgeIndex1() < 0) continue;
-        out.writeInteger(index++);
+    for (std::size_t i = 0; i < s.edgeCount(); ++i) {
+        out.writeInteger(static_cast<long long>(i) + 1);
         out.write(" ");
-        out.writeInteger(e.EdgeIndex1() + 1);
+        out.writeInteger(s.edgeVertices[2 * i] + 1);
         out.write(" ");
-        out.writeInteger(e.EdgeIndex2() + 1);
+        out.writeInteger(s.edgeVertices[2 * i + 1] + 1);
         out.write("\n");
     }
-    out.write("0\n");
+    out.write("# a point in each region left out\n");
+    out.writeInteger(static_cast<long long>(s.holeSeeds.size() / 2));
+    out.write("\n");
+    for (std::size_t i = 0; i + 1 < s.holeSeeds.size(); i += 2) {
+        out.writeInteger(static_cast<long long>(i / 2) + 1);
+        out.write(" ");
+        out.writeNumber(s.holeSeeds[i]);
+        out.write(" ");
+        out.writeNumber(s.holeSeeds[i + 1]);
+        out.write("\n");
+    }
 }
 
 // --- SVG ---------------------------------------------------------------------------------------
@@ -209,186 +238,164 @@ std::string formatHeight(double h) {
 
 struct Frame {
     double minU, maxV, scale, left, top;
+    double width, height;  ///< of the plot area, in pixels
+    double minH, maxH;
     double x(double u) const { return left + (u - minU) * scale; }
     double y(double v) const { return top + (maxV - v) * scale; }
+    double heightT(double h) const { return maxH > minH ? (h - minH) / (maxH - minH) : 0.5; }
 };
 
-}  // namespace
-
-void writeSvg(const Mesh& mesh, const SvgOptions& options, OutputFile& out) {
-    // Extent: the vertices of the triangles and edges drawn (all vertices when there are none).
-    double minU = std::numeric_limits<double>::infinity(), maxU = -minU;
-    double minV = minU, maxV = -minU;
-    double minH = minU, maxH = -minU;
-    auto grow = [&](int i) {
-        const PkGePoint3d& p = mesh.vertices[std::size_t(i)];
-        minU = std::min(minU, p.x);
-        maxU = std::max(maxU, p.x);
-        minV = std::min(minV, p.y);
-        maxV = std::max(maxV, p.y);
+/// The extent of what is drawn (kept and removed triangles, constraint edges; every vertex
+/// when there are none) and the heights of the kept triangles.
+Frame frameOf(const ry::Surface& s, double size) {
+    const double inf = std::numeric_limits<double>::infinity();
+    double minU = inf, maxU = -inf, minV = inf, maxV = -inf, minH = inf, maxH = -inf;
+    auto grow = [&](std::int32_t i) {
+        const double* p = &s.vertices[3 * std::size_t(i)];
+        minU = std::min(minU, p[0]);
+        maxU = std::max(maxU, p[0]);
+        minV = std::min(minV, p[1]);
+        maxV = std::max(maxV, p[1]);
     };
-    for (int i : mesh.triangles) {
+    for (std::int32_t i : s.triangles) {
         grow(i);
-        const double h = mesh.vertices[std::size_t(i)].z;
-        minH = std::min(minH, h);
-        maxH = std::max(maxH, h);
+        minH = std::min(minH, s.vertices[3 * std::size_t(i) + 2]);
+        maxH = std::max(maxH, s.vertices[3 * std::size_t(i) + 2]);
     }
-    for (int i : mesh.removedTriangles) grow(i);
-    for (const PkMeshEdge& e : mesh.edges) {
-        if (e.EdgeIndex1() < 0) continue;
-        grow(e.EdgeIndex1());
-        grow(e.EdgeIndex2());
-    }
-    if (!(minU <= maxU)) {
-        for (std::size_t i = 0; i < mesh.vertices.size(); ++i) grow(int(i));
-    }
+    for (std::int32_t i : s.removedTriangles) grow(i);
+    for (std::int32_t i : s.edgeVertices) grow(i);
+    for (std::size_t i = 0; !(minU <= maxU) && i < s.vertexCount(); ++i) grow(std::int32_t(i));
     if (!(minU <= maxU)) minU = maxU = minV = maxV = 0.0;
     if (!(minH <= maxH)) minH = maxH = 0.0;
-    const double width = std::max(maxU - minU, 1e-300);
-    const double height = std::max(maxV - minV, 1e-300);
     const double longer = std::max(maxU - minU, maxV - minV);
-    const double scale = longer > 0.0 ? options.size / longer : 1.0;
-    const double plotW = std::max(width * scale, 1.0);
-    const double plotH = std::max(height * scale, 1.0);
+    const double scale = longer > 0.0 ? size / longer : 1.0;
+    return {minU,
+            maxV,
+            scale,
+            20.0,
+            50.0,
+            std::max((maxU - minU) * scale, 1.0),
+            std::max((maxV - minV) * scale, 1.0),
+            minH,
+            maxH};
+}
 
-    const std::size_t kept = mesh.triangleCount();
-    const std::size_t removed = mesh.removedTriangles.size() / 3;
-    const bool aggregate = kept > options.triangleLimit;
-    const bool drawRemoved = !aggregate && kept + removed <= options.triangleLimit;
-    std::size_t edgeCount = 0;
-    for (const PkMeshEdge& e : mesh.edges) edgeCount += e.EdgeIndex1() >= 0 ? 1 : 0;
-    const std::size_t edgeStep =
-        edgeCount > options.edgeLimit ? (edgeCount + options.edgeLimit - 1) / options.edgeLimit : 1;
+void appendTriangle(std::string& to, const ry::Surface& s, const Frame& frame, const int* v) {
+    to += "<path d=\"M";
+    for (int k = 0; k < 3; ++k) {
+        const double* p = &s.vertices[3 * std::size_t(v[k])];
+        if (k > 0) to += 'L';
+        appendPixel(to, frame.x(p[0]));
+        to += ' ';
+        appendPixel(to, frame.y(p[1]));
+    }
+    to += "Z\"";
+}
 
-    std::vector<std::string> notes;
-    const Frame frame{minU, maxV, scale, 20.0, 50.0};
-    const double legendX = frame.left + plotW + 30.0;
-    const double totalW = legendX + 110.0;
-    const double notesTop = frame.top + std::max(plotH, 220.0) + 25.0;
-
-    std::string s;
-    s.reserve(1 << 16);
-    // The picture's body is built first; the notes (what was thinned) go below it at the end.
-    std::string body;
-    body.reserve(std::min<std::size_t>(kept, options.triangleLimit) * 64 + 4096);
-
-    auto appendTriangle = [&](std::string& to, const int* v) {
-        to += "<path d=\"M";
-        for (int k = 0; k < 3; ++k) {
-            const PkGePoint3d& p = mesh.vertices[std::size_t(v[k])];
-            if (k > 0) to += 'L';
-            appendPixel(to, frame.x(p.x));
-            to += ' ';
-            appendPixel(to, frame.y(p.y));
-        }
-        to += "Z\"";
-    };
-    const double heightSpan = maxH - minH;
-    auto heightT = [&](double h) { return heightSpan > 0.0 ? (h - minH) / heightSpan : 0.5; };
-
-    const std::size_t drawnTriangles = kept + (drawRemoved ? removed : 0);
-    const double strokeWidth = drawnTriangles > 20000 ? 0.08 : drawnTriangles > 2000 ? 0.2 : 0.4;
-    if (drawRemoved && removed > 0) {
+/// Kept triangles filled by mean height, removed ones outlined; `stroke` is the line width.
+void drawTriangles(
+    std::string& body, const ry::Surface& s, const Frame& frame, bool drawRemoved, double stroke) {
+    if (drawRemoved && !s.removedTriangles.empty()) {
         body += "<g fill=\"none\" stroke=\"#9a9a9a\" stroke-width=\"";
-        appendPixel(body, strokeWidth);
+        appendPixel(body, stroke);
         body += "\">\n";
-        for (std::size_t t = 0; t < removed; ++t) {
-            appendTriangle(body, &mesh.removedTriangles[3 * t]);
+        for (std::size_t t = 0; t < s.removedTriangles.size() / 3; ++t) {
+            appendTriangle(body, s, frame, &s.removedTriangles[3 * t]);
             body += "/>\n";
         }
         body += "</g>\n";
-    } else if (removed > 0) {
-        notes.push_back(std::to_string(removed) +
-                        " removed triangles (outside or in holes) not drawn");
     }
+    body +=
+        "<g stroke=\"#303030\" stroke-opacity=\"0.7\" stroke-linejoin=\"round\" stroke-width=\"";
+    appendPixel(body, stroke);
+    body += "\">\n";
+    for (std::size_t t = 0; t < s.triangleCount(); ++t) {
+        const int* v = &s.triangles[3 * t];
+        double h = 0.0;
+        for (int k = 0; k < 3; ++k) h += s.vertices[3 * std::size_t(v[k]) + 2] / 3.0;
+        appendTriangle(body, s, frame, v);
+        body += " fill=\"" + hex(rampColour(frame.heightT(h))) + "\"/>\n";
+    }
+    body += "</g>\n";
+}
 
-    if (!aggregate) {
-        body +=
-            "<g stroke=\"#303030\" stroke-opacity=\"0.7\" stroke-linejoin=\"round\" "
-            "stroke-width=\"";
-        appendPixel(body, strokeWidth);
-        body += "\">\n";
-        for (std::size_t t = 0; t < kept; ++t) {
-            const int* v = &mesh.triangles[3 * t];
-            const double h =
-                (mesh.vertices[std::size_t(v[0])].z + mesh.vertices[std::size_t(v[1])].z +
-                 mesh.vertices[std::size_t(v[2])].z) /
-                3.0;
-            appendTriangle(body, v);
-            body += " fill=\"" + hex(rampColour(heightT(h))) + "\"/>\n";
-        }
-        body += "</g>\n";
-    } else {
-        // Too many triangles for a browser: rasterise them into cells of a few pixels and draw
-        // each row's runs of equal colour as one rectangle. Each cell takes the mean height of
-        // the triangles covering its centre; a triangle covering no centre counts at its
-        // centroid's cell, so slivers are not lost.
-        const double cell = 3.0;
-        const int nx = std::max(1, int(std::ceil(plotW / cell)));
-        const int ny = std::max(1, int(std::ceil(plotH / cell)));
-        std::vector<double> sum(std::size_t(nx) * std::size_t(ny), 0.0);
-        std::vector<int> count(sum.size(), 0);
-        for (std::size_t t = 0; t < kept; ++t) {
-            const int* v = &mesh.triangles[3 * t];
-            double cx[3], cy[3], h = 0.0;
+/// Mean heights on a grid of cells: each cell takes the triangles covering its centre; a
+/// triangle covering no centre counts at its centroid's cell, so slivers are not lost.
+struct HeightGrid {
+    int nx, ny;
+    std::vector<double> sum;
+    std::vector<int> count;
+
+    HeightGrid(int nx, int ny)
+        : nx(nx), ny(ny), sum(std::size_t(nx) * std::size_t(ny), 0.0), count(sum.size(), 0) {}
+    void add(int i, int j, double h) {
+        const std::size_t c = std::size_t(j) * std::size_t(nx) + std::size_t(i);
+        sum[c] += h;
+        ++count[c];
+    }
+    /// Colour level 0..63 of a cell, or -1 when empty.
+    int level(int i, int j, const Frame& frame) const {
+        const std::size_t c = std::size_t(j) * std::size_t(nx) + std::size_t(i);
+        return count[c] == 0 ? -1 : int(std::lround(frame.heightT(sum[c] / count[c]) * 63.0));
+    }
+};
+
+/// Adds triangle (cx, cy in cell units, mean height h) to the cells whose centre it covers.
+void rasterise(HeightGrid& grid, const double cx[3], const double cy[3], double h) {
+    const int i0 = std::max(0, int(std::ceil(std::min({cx[0], cx[1], cx[2]}) - 0.5)));
+    const int i1 = std::min(grid.nx - 1, int(std::floor(std::max({cx[0], cx[1], cx[2]}) - 0.5)));
+    const int j0 = std::max(0, int(std::ceil(std::min({cy[0], cy[1], cy[2]}) - 0.5)));
+    const int j1 = std::min(grid.ny - 1, int(std::floor(std::max({cy[0], cy[1], cy[2]}) - 0.5)));
+    bool covered = false;
+    for (int j = j0; j <= j1; ++j) {
+        for (int i = i0; i <= i1; ++i) {
+            const double px = i + 0.5, py = j + 0.5;
+            int positive = 0, negative = 0;
             for (int k = 0; k < 3; ++k) {
-                const PkGePoint3d& p = mesh.vertices[std::size_t(v[k])];
-                cx[k] = (frame.x(p.x) - frame.left) / cell;
-                cy[k] = (frame.y(p.y) - frame.top) / cell;
-                h += p.z / 3.0;
+                const int l = k == 2 ? 0 : k + 1;
+                const double side = (cx[l] - cx[k]) * (py - cy[k]) - (cy[l] - cy[k]) * (px - cx[k]);
+                positive += side > 0.0;
+                negative += side < 0.0;
             }
-            const int i0 = std::max(0, int(std::ceil(std::min({cx[0], cx[1], cx[2]}) - 0.5)));
-            const int i1 = std::min(nx - 1, int(std::floor(std::max({cx[0], cx[1], cx[2]}) - 0.5)));
-            const int j0 = std::max(0, int(std::ceil(std::min({cy[0], cy[1], cy[2]}) - 0.5)));
-            const int j1 = std::min(ny - 1, int(std::floor(std::max({cy[0], cy[1], cy[2]}) - 0.5)));
-            bool covered = false;
-            for (int j = j0; j <= j1; ++j) {
-                for (int i = i0; i <= i1; ++i) {
-                    const double px = i + 0.5, py = j + 0.5;
-                    int positive = 0, negative = 0;
-                    for (int k = 0; k < 3; ++k) {
-                        const int l = k == 2 ? 0 : k + 1;
-                        const double side =
-                            (cx[l] - cx[k]) * (py - cy[k]) - (cy[l] - cy[k]) * (px - cx[k]);
-                        positive += side > 0.0;
-                        negative += side < 0.0;
-                    }
-                    if (positive == 0 || negative == 0) {
-                        const std::size_t c = std::size_t(j) * std::size_t(nx) + std::size_t(i);
-                        sum[c] += h;
-                        ++count[c];
-                        covered = true;
-                    }
-                }
-            }
-            if (!covered) {
-                const int i = std::clamp(int((cx[0] + cx[1] + cx[2]) / 3.0), 0, nx - 1);
-                const int j = std::clamp(int((cy[0] + cy[1] + cy[2]) / 3.0), 0, ny - 1);
-                const std::size_t c = std::size_t(j) * std::size_t(nx) + std::size_t(i);
-                sum[c] += h;
-                ++count[c];
+            if (positive == 0 || negative == 0) {
+                grid.add(i, j, h);
+                covered = true;
             }
         }
-        body += "<g shape-rendering=\"crispEdges\">\n";
-        for (int j = 0; j < ny; ++j) {
-            int i = 0;
-            while (i < nx) {
-                const std::size_t c = std::size_t(j) * std::size_t(nx) + std::size_t(i);
-                if (count[c] == 0) {
-                    ++i;
-                    continue;
-                }
-                // 64 colour levels: enough for the eye, and long runs.
-                const int level = int(std::lround(heightT(sum[c] / count[c]) * 63.0));
-                int end = i + 1;
-                while (end < nx) {
-                    const std::size_t d = std::size_t(j) * std::size_t(nx) + std::size_t(end);
-                    if (count[d] == 0 ||
-                        int(std::lround(heightT(sum[d] / count[d]) * 63.0)) != level) {
-                        break;
-                    }
-                    ++end;
-                }
+    }
+    if (!covered) {
+        grid.add(std::clamp(int((cx[0] + cx[1] + cx[2]) / 3.0), 0, grid.nx - 1),
+                 std::clamp(int((cy[0] + cy[1] + cy[2]) / 3.0), 0, grid.ny - 1),
+                 h);
+    }
+}
+
+/// Too many triangles for a browser: the grid of mean heights, each row's runs of one colour
+/// as one rectangle. Returns the note that says so.
+std::string drawGrid(std::string& body,
+                     const ry::Surface& s,
+                     const Frame& frame,
+                     std::size_t limit) {
+    const double cell = 3.0;
+    HeightGrid grid(std::max(1, int(std::ceil(frame.width / cell))),
+                    std::max(1, int(std::ceil(frame.height / cell))));
+    for (std::size_t t = 0; t < s.triangleCount(); ++t) {
+        double cx[3], cy[3], h = 0.0;
+        for (int k = 0; k < 3; ++k) {
+            const double* p = &s.vertices[3 * std::size_t(s.triangles[3 * t + std::size_t(k)])];
+            cx[k] = (frame.x(p[0]) - frame.left) / cell;
+            cy[k] = (frame.y(p[1]) - frame.top) / cell;
+            h += p[2] / 3.0;
+        }
+        rasterise(grid, cx, cy, h);
+    }
+    body += "<g shape-rendering=\"crispEdges\">\n";
+    for (int j = 0; j < grid.ny; ++j) {
+        for (int i = 0; i < grid.nx;) {
+            const int level = grid.level(i, j, frame);
+            int end = i + 1;
+            while (end < grid.nx && grid.level(end, j, frame) == level) ++end;
+            if (level >= 0) {
                 body += "<rect x=\"";
                 appendPixel(body, frame.left + i * cell);
                 body += "\" y=\"";
@@ -398,64 +405,65 @@ void writeSvg(const Mesh& mesh, const SvgOptions& options, OutputFile& out) {
                 body += "\" height=\"";
                 appendPixel(body, cell);
                 body += "\" fill=\"" + hex(rampColour(level / 63.0)) + "\"/>\n";
-                i = end;
+            }
+            i = end;
+        }
+    }
+    body += "</g>\n";
+    return "Thinned for display: " + std::to_string(s.triangleCount()) +
+           " triangles are more than " + std::to_string(limit) + ", so the fill is drawn as a " +
+           std::to_string(grid.nx) + " x " + std::to_string(grid.ny) +
+           " grid of mean heights and the triangle edges are not drawn.";
+}
+
+/// How the lines of each role are drawn; rings last, so they lie on top.
+struct RoleStyle {
+    ry::Role role;
+    const char* label;
+    const char* stroke;
+};
+constexpr RoleStyle kRoleStyles[] = {
+    {ry::Role::kBreakline,
+     "breakline",
+     "stroke=\"#1f4e9a\" stroke-width=\"1.6\" stroke-dasharray=\"6 3\""},
+    {ry::Role::kEdge, "constraint", "stroke=\"#000\" stroke-width=\"1.6\""},
+    {ry::Role::kHole, "hole", "stroke=\"#8a1c1c\" stroke-width=\"2\""},
+    {ry::Role::kBoundary, "boundary", "stroke=\"#000\" stroke-width=\"2\""},
+};
+
+/// The constraint edges, one path per role; above the limit an even subset. Returns a note
+/// when thinned.
+std::string drawEdges(std::string& body,
+                      const ry::Surface& s,
+                      const Frame& frame,
+                      std::size_t limit) {
+    const std::size_t step = s.edgeCount() > limit ? (s.edgeCount() + limit - 1) / limit : 1;
+    for (const RoleStyle& style : kRoleStyles) {
+        std::string d;
+        for (std::size_t i = 0; i < s.edgeCount(); i += step) {
+            if (s.edgeRole[i] != style.role) continue;
+            for (int k = 0; k < 2; ++k) {
+                const double* p =
+                    &s.vertices[3 * std::size_t(s.edgeVertices[2 * i + std::size_t(k)])];
+                d += k == 0 ? 'M' : 'L';
+                appendPixel(d, frame.x(p[0]));
+                d += ' ';
+                appendPixel(d, frame.y(p[1]));
             }
         }
-        body += "</g>\n";
-        notes.push_back("Thinned for display: " + std::to_string(kept) +
-                        " triangles are more than " + std::to_string(options.triangleLimit) +
-                        ", so the fill is drawn as a " + std::to_string(nx) + " x " +
-                        std::to_string(ny) +
-                        " grid of mean heights and the triangle edges are not drawn.");
+        if (d.empty()) continue;
+        body += "<path fill=\"none\" stroke-linecap=\"round\" ";
+        body += style.stroke;
+        body += " d=\"" + d + "\"/>\n";
     }
+    if (step == 1) return "";
+    return "Thinned for display: 1 in " + std::to_string(step) + " of " +
+           std::to_string(s.edgeCount()) + " constraint edges drawn.";
+}
 
-    if (edgeCount > 0) {
-        body +=
-            "<path fill=\"none\" stroke=\"#000\" stroke-width=\"1.6\" stroke-linecap=\"round\" "
-            "d=\"";
-        std::size_t index = 0;
-        for (const PkMeshEdge& e : mesh.edges) {
-            if (e.EdgeIndex1() < 0) continue;
-            if (index++ % edgeStep != 0) continue;
-            const PkGePoint3d& a = mesh.vertices[std::size_t(e.EdgeIndex1())];
-            const PkGePoint3d& b = mesh.vertices[std::size_t(e.EdgeIndex2())];
-            body += 'M';
-            appendPixel(body, frame.x(a.x));
-            body += ' ';
-            appendPixel(body, frame.y(a.y));
-            body += 'L';
-            appendPixel(body, frame.x(b.x));
-            body += ' ';
-            appendPixel(body, frame.y(b.y));
-        }
-        body += "\"/>\n";
-        if (edgeStep > 1) {
-            notes.push_back("Thinned for display: 1 in " + std::to_string(edgeStep) + " of " +
-                            std::to_string(edgeCount) + " constraint edges drawn.");
-        }
-    }
-
-    const double totalH = notesTop + 18.0 * double(notes.size()) + 10.0;
-    char head[512];
-    std::snprintf(head,
-                  sizeof head,
-                  "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
-                  "viewBox=\"0 0 %.0f %.0f\" font-family=\"sans-serif\" font-size=\"13\">\n",
-                  std::ceil(totalW),
-                  std::ceil(totalH),
-                  std::ceil(totalW),
-                  std::ceil(totalH));
-    s += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-    s += head;
-    s += "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
-    s += "<text x=\"20\" y=\"28\" font-size=\"16\">" + escapeXml(options.title) + "</text>\n";
-    out.write(s);
-    out.write(body);
-
-    // Legend: the height ramp from bottom (low) to top (high).
-    s.clear();
-    const double barX = legendX, barY = frame.top, barH = 200.0;
-    s += "<defs><linearGradient id=\"ramp\" x1=\"0\" y1=\"1\" x2=\"0\" y2=\"0\">";
+/// The height ramp from bottom (low) to top (high) at (x, y), and a key of the line styles.
+std::string legend(const ry::Surface& s, const Frame& frame, double x) {
+    std::string out = "<defs><linearGradient id=\"ramp\" x1=\"0\" y1=\"1\" x2=\"0\" y2=\"0\">";
     for (std::size_t i = 0; i < kRamp.size(); ++i) {
         char stop[96];
         std::snprintf(stop,
@@ -463,56 +471,115 @@ void writeSvg(const Mesh& mesh, const SvgOptions& options, OutputFile& out) {
                       "<stop offset=\"%.2f\" stop-color=\"%s\"/>",
                       double(i) / double(kRamp.size() - 1),
                       hex(kRamp[i]).c_str());
-        s += stop;
+        out += stop;
     }
-    s += "</linearGradient></defs>\n";
-    char legend[1024];
-    std::snprintf(legend,
-                  sizeof legend,
+    out += "</linearGradient></defs>\n";
+    const double y = frame.top, barH = 200.0;
+    char text[1024];
+    std::snprintf(text,
+                  sizeof text,
                   "<g class=\"legend\"><text x=\"%.1f\" y=\"%.1f\">height</text>\n"
-                  "<rect x=\"%.1f\" y=\"%.1f\" width=\"18\" height=\"%.1f\" fill=\"url(#ramp)\" "
-                  "stroke=\"#000\" stroke-width=\"0.5\"/>\n"
-                  "<text x=\"%.1f\" y=\"%.1f\">%s</text>\n"
-                  "<text x=\"%.1f\" y=\"%.1f\">%s</text>\n"
+                  "<rect x=\"%.1f\" y=\"%.1f\" width=\"18\" height=\"%.1f\" "
+                  "fill=\"url(#ramp)\" stroke=\"#000\" stroke-width=\"0.5\"/>\n"
+                  "<text x=\"%.1f\" y=\"%.1f\">%s</text>\n<text x=\"%.1f\" y=\"%.1f\">%s</text>\n"
                   "<text x=\"%.1f\" y=\"%.1f\">%s</text></g>\n",
-                  barX,
-                  barY - 8.0,
-                  barX,
-                  barY,
+                  x,
+                  y - 8.0,
+                  x,
+                  y,
                   barH,
-                  barX + 24.0,
-                  barY + 5.0,
-                  formatHeight(maxH).c_str(),
-                  barX + 24.0,
-                  barY + barH / 2.0 + 4.0,
-                  formatHeight(0.5 * (minH + maxH)).c_str(),
-                  barX + 24.0,
-                  barY + barH + 4.0,
-                  formatHeight(minH).c_str());
-    s += legend;
-    char key[512];
-    std::snprintf(key,
-                  sizeof key,
-                  "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#000\" "
-                  "stroke-width=\"1.6\"/><text x=\"%.1f\" y=\"%.1f\">constraint</text>\n",
-                  barX,
-                  barY + barH + 30.0,
-                  barX + 18.0,
-                  barY + barH + 30.0,
-                  barX + 24.0,
-                  barY + barH + 34.0);
-    if (edgeCount > 0) s += key;
+                  x + 24.0,
+                  y + 5.0,
+                  formatHeight(frame.maxH).c_str(),
+                  x + 24.0,
+                  y + barH / 2.0 + 4.0,
+                  formatHeight(0.5 * (frame.minH + frame.maxH)).c_str(),
+                  x + 24.0,
+                  y + barH + 4.0,
+                  formatHeight(frame.minH).c_str());
+    out += text;
+    double keyY = y + barH + 30.0;
+    if (s.edgeCount() > 0) {
+        std::snprintf(
+            text, sizeof text, "<text x=\"%.1f\" y=\"%.1f\">constraint lines</text>\n", x, keyY);
+        out += text;
+    }
+    for (const RoleStyle& style : kRoleStyles) {
+        if (std::find(s.edgeRole.begin(), s.edgeRole.end(), style.role) == s.edgeRole.end())
+            continue;
+        keyY += 20.0;
+        std::snprintf(text,
+                      sizeof text,
+                      "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" %s/>"
+                      "<text x=\"%.1f\" y=\"%.1f\">%s</text>\n",
+                      x,
+                      keyY - 4.0,
+                      x + 18.0,
+                      keyY - 4.0,
+                      style.stroke,
+                      x + 24.0,
+                      keyY,
+                      style.label);
+        out += text;
+    }
+    return out;
+}
+
+}  // namespace
+
+void writeSvg(const MeshOutput& mesh, const SvgOptions& options, OutputFile& out) {
+    const ry::Surface& s = mesh.surface;
+    const Frame frame = frameOf(s, options.size);
+    const std::size_t kept = s.triangleCount();
+    const std::size_t removed = s.removedTriangles.size() / 3;
+    const bool aggregate = kept > options.triangleLimit;
+    const bool drawRemoved = !aggregate && kept + removed <= options.triangleLimit;
+    std::vector<std::string> notes;
+    // The picture's body is built first; the notes (what was thinned) go below it at the end.
+    std::string body;
+    body.reserve(std::min<std::size_t>(kept, options.triangleLimit) * 64 + 4096);
+    if (aggregate) {
+        notes.push_back(drawGrid(body, s, frame, options.triangleLimit));
+    } else {
+        const std::size_t drawn = kept + (drawRemoved ? removed : 0);
+        drawTriangles(body, s, frame, drawRemoved, drawn > 20000 ? 0.08 : drawn > 2000 ? 0.2 : 0.4);
+    }
+    if (removed > 0 && !drawRemoved) {
+        notes.push_back(std::to_string(removed) +
+                        " removed triangles (outside or in holes) not drawn");
+    }
+    const std::string edgeNote = drawEdges(body, s, frame, options.edgeLimit);
+    if (!edgeNote.empty()) notes.push_back(edgeNote);
+
+    const double legendX = frame.left + frame.width + 30.0;
+    const double totalW = std::ceil(legendX + 110.0);
+    const double notesTop = frame.top + std::max(frame.height, 320.0) + 25.0;
+    const double totalH = std::ceil(notesTop + 18.0 * double(notes.size()) + 10.0);
+    char head[512];
+    std::snprintf(head,
+                  sizeof head,
+                  "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                  "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
+                  "viewBox=\"0 0 %.0f %.0f\" font-family=\"sans-serif\" font-size=\"13\">\n"
+                  "<rect width=\"100%%\" height=\"100%%\" fill=\"#ffffff\"/>\n",
+                  totalW,
+                  totalH,
+                  totalW,
+                  totalH);
+    out.write(head);
+    out.write("<text x=\"20\" y=\"28\" font-size=\"16\">" + escapeXml(options.title) + "</text>\n");
+    out.write(body);
+    out.write(legend(s, frame, legendX));
     for (std::size_t i = 0; i < notes.size(); ++i) {
         char note[64];
         std::snprintf(note,
                       sizeof note,
                       "<text class=\"note\" x=\"20\" y=\"%.1f\">",
                       notesTop + 18.0 * double(i));
-        s += note;
-        s += escapeXml(notes[i]) + "</text>\n";
+        out.write(note);
+        out.write(escapeXml(notes[i]) + "</text>\n");
     }
-    s += "</svg>\n";
-    out.write(s);
+    out.write("</svg>\n");
 }
 
 }  // namespace rytri

@@ -1,25 +1,36 @@
 // Writers of the output formats: Wavefront .obj, the .node/.ele (and .poly) files of mesh
-// generators, and an SVG picture.
+// generators, and an SVG picture. They write a surface in the plane of triangulation: its
+// vertices are (u, v, h), u and v the plane's coordinates and h the remaining one.
 #pragma once
 
 #include <string>
 
-#include "Site.h"
+#include "RyGeometry.h"
+#include "RySurface.h"
 #include "io/OutputFile.h"
 
 namespace rytri {
 
+/// A surface and how its plane maps back to space: 0 (u, v, h) = (x, y, z); 1 (x, z, y);
+/// 2 (y, z, x).
+struct MeshOutput {
+    const ry::Surface& surface;
+    int plane = 0;
+};
+
 /// `v x y z` for every vertex (back in 3D: the height returns to its own axis), `f a b c` for
-/// every triangle (1-based, counter-clockwise seen from the height axis) and `l a b` for every
-/// constraint edge.
-void writeObj(const Mesh& mesh, const std::string& comment, OutputFile& out);
+/// every kept triangle (1-based, counter-clockwise seen from the height axis) and `l a b` for
+/// every constraint edge, grouped by role (`g boundary`, `g hole`, `g breakline`) when lines
+/// have roles.
+void writeObj(const MeshOutput& mesh, const std::string& comment, OutputFile& out);
 
 /// `index u v h` with the height as the one attribute; numbered from 1.
-void writeNode(const Mesh& mesh, const std::string& comment, OutputFile& out);
-/// `index a b c` per triangle, numbered from 1 like the .node file.
-void writeEle(const Mesh& mesh, const std::string& comment, OutputFile& out);
-/// The constraint edges as segments over the vertices of the .node file of the same name.
-void writePoly(const Mesh& mesh, const std::string& comment, OutputFile& out);
+void writeNode(const MeshOutput& mesh, const std::string& comment, OutputFile& out);
+/// `index a b c` per kept triangle, numbered from 1 like the .node file.
+void writeEle(const MeshOutput& mesh, const std::string& comment, OutputFile& out);
+/// The constraint edges as segments over the vertices of the .node file of the same name, and
+/// a hole point in each region left out that the segments enclose.
+void writePoly(const MeshOutput& mesh, const std::string& comment, OutputFile& out);
 
 struct SvgOptions {
     std::string title;
@@ -32,7 +43,7 @@ struct SvgOptions {
 };
 
 /// Triangles in thin lines, kept triangles filled by height with a legend, constraint edges
-/// bold, scaled to fit. Very large meshes are thinned, and the picture says so.
-void writeSvg(const Mesh& mesh, const SvgOptions& options, OutputFile& out);
+/// bold by role, scaled to fit. Very large meshes are thinned, and the picture says so.
+void writeSvg(const MeshOutput& mesh, const SvgOptions& options, OutputFile& out);
 
 }  // namespace rytri

@@ -12,6 +12,10 @@ namespace {
 
 constexpr std::size_t kFlushSize = std::size_t(1) << 20;
 
+std::string reason(int error) {
+    return std::strerror(error ? error : EIO);
+}
+
 }  // namespace
 
 void appendNumber(std::string& out, double value) {
@@ -20,34 +24,48 @@ void appendNumber(std::string& out, double value) {
     out.append(text, r.ptr);
 }
 
-OutputFile::OutputFile(std::string path) : target(std::move(path)) {
-    // Same directory as the target, so that the final rename stays on one file system.
-    const std::size_t slash = target.find_last_of(kPathSeparators);
-    const std::string dir = slash == std::string::npos ? "" : target.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
-    temporary = dir + "." + name + ".tmp" + std::to_string(processId());
-}
+OutputFile::OutputFile(std::string path) : target(std::move(path)) {}
 
 OutputFile::~OutputFile() {
-    if (file) std::fclose(file);
+    if (file && mode != Mode::kStandardOutput) std::fclose(file);
     if (!committed && !temporary.empty()) std::remove(temporary.c_str());
 }
 
 bool OutputFile::open(std::string& error) {
-    file = std::fopen(temporary.c_str(), "wb");
+    buffer.reserve(kFlushSize + 4096);
+    if (isStandardOutput(target)) {
+        mode = Mode::kStandardOutput;
+        file = stdout;
+        return true;
+    }
+    resolved = followLinks(target);
+    const FileKind kind = fileKind(resolved);
+    if (kind.exists && !kind.regular) {
+        mode = Mode::kInPlace;
+        file = std::fopen(resolved.c_str(), "wb");
+    } else {
+        // Same directory as the file, so that the final rename stays on one file system.
+        const std::size_t slash = resolved.find_last_of(kPathSeparators);
+        const std::string dir = slash == std::string::npos ? "" : resolved.substr(0, slash + 1);
+        const std::string name = slash == std::string::npos ? resolved : resolved.substr(slash + 1);
+        temporary = dir + "." + name + ".tmp" + std::to_string(processId());
+        file = std::fopen(temporary.c_str(), "wb");
+        if (!file) temporary.clear();  // nothing to remove
+        // The replacement keeps the permissions of the file it replaces.
+        if (file && kind.exists) copyPermissions(file, kind.permissions);
+    }
     if (!file) {
-        error = "cannot write '" + target + "': " + std::strerror(errno);
-        temporary.clear();  // nothing to remove
+        error = "cannot write '" + target + "': " + reason(errno);
         return false;
     }
-    buffer.reserve(kFlushSize + 4096);
     return true;
 }
 
 void OutputFile::flush() {
-    if (file && !buffer.empty() &&
+    if (file && !buffer.empty() && !failed &&
         std::fwrite(buffer.data(), 1, buffer.size(), file) != buffer.size()) {
         failed = true;
+        writeErrno = errno;
     }
     buffer.clear();
 }
@@ -71,20 +89,26 @@ void OutputFile::writeInteger(long long value) {
 
 bool OutputFile::close(std::string& error) {
     flush();
-    const int writeErrno = errno;
-    if (file && std::fclose(file) != 0) failed = true;
+    if (file && !failed && std::fflush(file) != 0) {
+        failed = true;
+        writeErrno = errno;
+    }
+    if (file && mode != Mode::kStandardOutput && std::fclose(file) != 0 && !failed) {
+        failed = true;
+        writeErrno = errno;
+    }
     file = nullptr;
     if (failed) {
-        error = "cannot write '" + target + "': " + std::strerror(writeErrno ? writeErrno : EIO);
+        error = "cannot write '" + target + "': " + reason(writeErrno);
         return false;
     }
     return true;
 }
 
 bool OutputFile::commit(std::string& error) {
-    std::string reason;
-    if (!replaceFile(temporary, target, reason)) {
-        error = "cannot create '" + target + "': " + reason;
+    std::string why;
+    if (mode == Mode::kReplace && !replaceFile(temporary, resolved, why)) {
+        error = "cannot create '" + target + "': " + why;
         return false;
     }
     committed = true;

@@ -11,6 +11,7 @@
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
 #endif
+#include <io.h>
 #include <windows.h>
 // After windows.h, which it needs. Version 2 takes the call from kernel32: no psapi.dll.
 #ifndef PSAPI_VERSION
@@ -101,6 +102,26 @@ long processId() {
     return long(GetCurrentProcessId());
 }
 
+bool stderrIsTerminal() {
+    return _isatty(_fileno(stderr)) != 0;
+}
+
+std::string followLinks(std::string path) {
+    return path;
+}
+
+FileKind fileKind(const std::string& path) {
+    FileKind kind;
+    const DWORD attributes = GetFileAttributesA(path.c_str());
+    kind.exists = attributes != INVALID_FILE_ATTRIBUTES;
+    // Devices such as NUL have no attributes to read; only a plain file is replaced.
+    kind.regular = kind.exists && !(attributes & FILE_ATTRIBUTE_DIRECTORY) &&
+                   !(attributes & FILE_ATTRIBUTE_DEVICE);
+    return kind;
+}
+
+void copyPermissions(std::FILE*, unsigned) {}
+
 bool replaceFile(const std::string& from, const std::string& to, std::string& reason) {
     // rename() on Windows refuses an existing target; this replaces it in one step.
     if (MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
@@ -137,6 +158,38 @@ long peakMemoryKiB() {
 
 long processId() {
     return long(::getpid());
+}
+
+bool stderrIsTerminal() {
+    return ::isatty(STDERR_FILENO) == 1;
+}
+
+std::string followLinks(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat info;
+        if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) break;
+        std::string link(std::size_t(info.st_size > 0 ? info.st_size : 4096) + 1, '\0');
+        const ssize_t length = ::readlink(path.c_str(), &link[0], link.size());
+        if (length < 0) break;
+        link.resize(std::size_t(length));
+        const std::size_t slash = path.find_last_of('/');
+        path = link.front() == '/' || slash == std::string::npos ? link
+                                                                 : path.substr(0, slash + 1) + link;
+    }
+    return path;
+}
+
+FileKind fileKind(const std::string& path) {
+    FileKind kind;
+    struct stat info;
+    kind.exists = ::stat(path.c_str(), &info) == 0;
+    kind.regular = kind.exists && S_ISREG(info.st_mode);
+    kind.permissions = kind.exists ? unsigned(info.st_mode & 07777) : 0;
+    return kind;
+}
+
+void copyPermissions(std::FILE* file, unsigned permissions) {
+    ::fchmod(::fileno(file), mode_t(permissions));
 }
 
 bool replaceFile(const std::string& from, const std::string& to, std::string& reason) {

@@ -1,6 +1,7 @@
 // The operating-system calls of rytri, each with a POSIX and a Windows side (Platform.cpp).
 #pragma once
 
+#include <cstdio>
 #include <string>
 
 namespace rytri {
@@ -21,11 +22,29 @@ bool makeDirectories(const std::string& path);
 /// Peak resident memory of the process so far in KiB, or -1 when unknown.
 long peakMemoryKiB();
 
+/// Whether standard error goes to a terminal (progress lines are shown there only).
+bool stderrIsTerminal();
+
 /// This process's id, to tell the temporary files of concurrent runs apart.
 long processId();
 
 /// Renames `from` to `to`, replacing a file already named `to` in one step. On failure `reason`
 /// says why.
 bool replaceFile(const std::string& from, const std::string& to, std::string& reason);
+
+/// The path a chain of symbolic links leads to (a relative link is read from the link's
+/// directory); the path itself when it is no link. A dangling link leads to where the file will
+/// be made. Windows: the path as given.
+std::string followLinks(std::string path);
+
+struct FileKind {
+    bool exists = false;
+    bool regular = false;      ///< a plain file, as opposed to a device, FIFO or directory
+    unsigned permissions = 0;  ///< POSIX mode bits; 0 on Windows
+};
+FileKind fileKind(const std::string& path);
+
+/// Gives an open file the permission bits of the file it will replace (nothing on Windows).
+void copyPermissions(std::FILE* file, unsigned permissions);
 
 }  // namespace rytri

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <limits>
 
+#include "io/Columns.h"
+#include "io/Platform.h"
 #include "io/TextInput.h"
 
 namespace rytri {
@@ -10,7 +14,7 @@ namespace rytri {
 namespace {
 
 std::string lowerExtension(const std::string& path) {
-    const std::size_t slash = path.find_last_of('/');
+    const std::size_t slash = path.find_last_of(kPathSeparators);
     const std::size_t dot = path.find_last_of('.');
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
     std::string ext = path.substr(dot);
@@ -106,6 +110,7 @@ bool readNodeBlock(LineCursor& lines,
             return false;
         }
         site.points.emplace_back(x, y, z);
+        site.origins.push_back({0, lines.lineNumber()});
     }
     return true;
 }
@@ -162,47 +167,21 @@ bool readNodeFile(const std::string& path, Site& site, int& base, std::string& e
     return readNodeBlock(lines, path, count, attributes, markers, site, base, error);
 }
 
-bool readPolyFile(const std::string& path, Site& site, std::string& error) {
-    std::string text;
-    if (!readWholeFile(path, text, error)) return false;
-    LineCursor lines(text);
-    long long count, attributes, markers;
-    if (!readNodeHeader(lines, path, count, attributes, markers, error)) return false;
-    int base = 0;
-    if (count > 0) {
-        if (!readNodeBlock(lines, path, count, attributes, markers, site, base, error))
-            return false;
-    } else {
-        // No vertices here: they live in the .node file of the same name.
-        const std::string nodePath = path.substr(0, path.size() - 5) + ".node";
-        std::string nodeError;
-        if (!readNodeFile(nodePath, site, base, nodeError)) {
-            error = located(path,
-                            lines.lineNumber(),
-                            "no vertices in the file, and its .node file "
-                            "could not be read: " +
-                                nodeError);
-            return false;
-        }
-    }
-
+/// The segment block of a .poly file: a header `segments markers`, then `index a b [marker]`.
+bool readPolySegments(
+    LineCursor& lines, const std::string& path, int base, Site& site, std::string& error) {
     std::string what;
     if (!lines.next()) {
-        error = located(path,
-                        lines.lineNumber(),
-                        "the file ends before the segment header "
-                        "'segments markers'");
+        error = located(
+            path, lines.lineNumber(), "the file ends before the segment header 'segments markers'");
         return false;
     }
     long long segments, segmentMarkers = 0;
-    {
-        FieldReader fields(lines.line());
-        if (!readCount(fields, "segments", segments, path, lines.lineNumber(), error)) return false;
-        if (!fields.atEnd() &&
-            !readCount(
-                fields, "boundary markers", segmentMarkers, path, lines.lineNumber(), error)) {
-            return false;
-        }
+    FieldReader header(lines.line());
+    if (!readCount(header, "segments", segments, path, lines.lineNumber(), error)) return false;
+    if (!header.atEnd() &&
+        !readCount(header, "boundary markers", segmentMarkers, path, lines.lineNumber(), error)) {
+        return false;
     }
     const long long n = static_cast<long long>(site.points.size());
     site.edges.reserve(std::size_t(std::min<long long>(segments, lines.bytesLeft() / 6 + 1)));
@@ -226,13 +205,11 @@ bool readPolyFile(const std::string& path, Site& site, std::string& error) {
         }
         for (long long end : {a, b}) {
             if (end < base || end >= n + base) {
-                error =
-                    located(path,
-                            lines.lineNumber(),
-                            "segment endpoint " + std::to_string(end) +
-                                " out of range (vertices "
-                                "are numbered " +
-                                std::to_string(base) + ".." + std::to_string(n + base - 1) + ")");
+                error = located(path,
+                                lines.lineNumber(),
+                                "segment endpoint " + std::to_string(end) +
+                                    " out of range (vertices are numbered " + std::to_string(base) +
+                                    ".." + std::to_string(n + base - 1) + ")");
                 return false;
             }
         }
@@ -245,44 +222,145 @@ bool readPolyFile(const std::string& path, Site& site, std::string& error) {
         }
         site.edges.emplace_back(int(a - base), int(b - base));
     }
+    return true;
+}
 
-    // Hole points and regional attributes: optional trailing sections; holes here come from the
-    // nesting of closed boundaries, so the points are read for their syntax and set aside.
-    if (lines.next()) {
+/// The optional trailing sections of a .poly file: hole points `index x y`, kept, then regional
+/// attributes, read for their syntax and set aside.
+bool readPolyHoles(LineCursor& lines, const std::string& path, Site& site, std::string& error) {
+    if (!lines.next()) return true;
+    FieldReader header(lines.line());
+    long long holes;
+    if (!readCount(header, "holes", holes, path, lines.lineNumber(), error)) return false;
+    std::string what;
+    for (long long k = 0; k < holes; ++k) {
+        if (!lines.next()) {
+            error = located(path, lines.lineNumber(), "the file ends inside the hole list");
+            return false;
+        }
         FieldReader fields(lines.line());
-        long long holes;
-        if (!readCount(fields, "holes", holes, path, lines.lineNumber(), error)) return false;
-        for (long long k = 0; k < holes; ++k) {
-            if (!lines.next()) {
-                error = located(path, lines.lineNumber(), "the file ends inside the hole list");
-                return false;
-            }
+        long long index;
+        double x, y;
+        if (!fields.integer(index, what) || !fields.number(x, what) || !fields.number(y, what)) {
+            error = located(path, lines.lineNumber(), "bad hole point: " + what);
+            return false;
         }
-        if (holes > 0) {
-            site.warnings.push_back(path + ": " + plural(holes, "hole point") +
-                                    " ignored: holes are the regions enclosed by an even number "
-                                    "of boundaries");
-        }
-        if (lines.next()) {
-            FieldReader regionFields(lines.line());
-            long long regions;
-            if (!readCount(regionFields, "regions", regions, path, lines.lineNumber(), error)) {
-                return false;
-            }
-            for (long long k = 0; k < regions; ++k) {
-                if (!lines.next()) {
-                    error =
-                        located(path, lines.lineNumber(), "the file ends inside the region list");
-                    return false;
-                }
-            }
-            if (regions > 0) {
-                site.warnings.push_back(path + ": " + plural(regions, "regional attribute") +
-                                        " ignored");
-            }
+        site.holePoints.insert(site.holePoints.end(), {x, y});
+    }
+    if (!lines.next()) return true;
+    FieldReader regionFields(lines.line());
+    long long regions;
+    if (!readCount(regionFields, "regions", regions, path, lines.lineNumber(), error)) return false;
+    for (long long k = 0; k < regions; ++k) {
+        if (!lines.next()) {
+            error = located(path, lines.lineNumber(), "the file ends inside the region list");
+            return false;
         }
     }
+    if (regions > 0) {
+        site.warnings.push_back(path + ": " + plural(regions, "regional attribute") + " ignored");
+    }
     return true;
+}
+
+bool readPolyFile(const std::string& path, Site& site, std::string& error) {
+    std::string text;
+    if (!readWholeFile(path, text, error)) return false;
+    LineCursor lines(text);
+    long long count, attributes, markers;
+    if (!readNodeHeader(lines, path, count, attributes, markers, error)) return false;
+    int base = 0;
+    if (count > 0) {
+        if (!readNodeBlock(lines, path, count, attributes, markers, site, base, error))
+            return false;
+    } else {
+        // No vertices here: they live in the .node file of the same name.
+        const std::string nodePath = path.substr(0, path.size() - 5) + ".node";
+        std::string nodeError;
+        if (!readNodeFile(nodePath, site, base, nodeError)) {
+            error = located(
+                path,
+                lines.lineNumber(),
+                "no vertices in the file, and its .node file could not be read: " + nodeError);
+            return false;
+        }
+    }
+    return readPolySegments(lines, path, base, site, error) &&
+           readPolyHoles(lines, path, site, error);
+}
+
+/// The role of a group or object name of an .obj file: lines in groups named boundary, hole or
+/// breakline (as rytri writes them) keep their role; others are plain edges.
+bool objRole(std::string_view name, ry::Role& role) {
+    std::string key(name);
+    for (char& c : key) c = char(std::tolower(static_cast<unsigned char>(c)));
+    if (key.rfind("boundar", 0) == 0)
+        role = ry::Role::kBoundary;
+    else if (key.rfind("hole", 0) == 0)
+        role = ry::Role::kHole;
+    else if (key.rfind("breakline", 0) == 0)
+        role = ry::Role::kBreakline;
+    else
+        return false;
+    return true;
+}
+
+/// A line element of an .obj file, its indices resolved (0-based), with its line for messages.
+struct ObjLine {
+    std::vector<long long> vertices;
+    int line;
+    bool hasRole;
+    ry::Role role;
+    bool afterGroup;  ///< the first line element after a `g` or `o` statement
+};
+
+bool readObjLineElement(FieldReader& fields,
+                        long long vertexCount,
+                        std::vector<long long>& out,
+                        std::string& what) {
+    while (!fields.atEnd()) {
+        std::string field(fields.peek());
+        field = field.substr(0, field.find('/'));  // "l v/vt" form
+        FieldReader one(field);
+        long long index = 0;
+        if (!one.integer(index, what)) {
+            what = "bad line element index: " + what;
+            return false;
+        }
+        if (index == 0) {
+            what = "line element index 0: indices start at 1";
+            return false;
+        }
+        fields.skip();
+        // 1-based, or negative: relative to the vertices read so far.
+        out.push_back(index > 0 ? index - 1 : vertexCount + index);
+    }
+    return true;
+}
+
+/// Adds an .obj line element to the site: plain ones as edges; with a role, as a polyline,
+/// joined to the previous one of the same group where it goes on from its end (rytri writes
+/// each line as its edges in order, in a group of its own).
+void addObjLine(const ObjLine& l, Site& site) {
+    if (!l.hasRole) {
+        for (std::size_t k = 0; k + 1 < l.vertices.size(); ++k)
+            site.edges.emplace_back(int(l.vertices[k]), int(l.vertices[k + 1]));
+        return;
+    }
+    const bool joins = !l.afterGroup && !site.lines.empty() && site.lines.back().role == l.role &&
+                       site.lineVertices.back() == l.vertices.front();
+    if (!joins) {
+        ry::Polyline line;
+        line.role = l.role;
+        line.closed = l.role != ry::Role::kBreakline;
+        line.first = site.lineVertices.size();
+        site.lines.push_back(line);
+        site.lineOrigins.push_back({0, l.line});
+    }
+    for (std::size_t k = joins ? 1 : 0; k < l.vertices.size(); ++k) {
+        site.lineVertices.push_back(std::int32_t(l.vertices[k]));
+        ++site.lines.back().count;
+    }
 }
 
 bool readObjFile(const std::string& path, Site& site, std::string& error) {
@@ -291,13 +369,11 @@ bool readObjFile(const std::string& path, Site& site, std::string& error) {
     LineCursor lines(text);
     std::string what;
     long long faces = 0;
+    bool hasRole = false, afterGroup = false;
+    ry::Role role = ry::Role::kEdge;
     // Line elements are resolved at the end, since negative indices count back from the
     // vertices read so far: store them already resolved, with their line for range messages.
-    struct PendingEdge {
-        long long a, b;
-        int line;
-    };
-    std::vector<PendingEdge> pending;
+    std::vector<ObjLine> pending;
     while (lines.next()) {
         FieldReader fields(lines.line());
         const std::string_view tag = fields.peek();
@@ -310,56 +386,102 @@ bool readObjFile(const std::string& path, Site& site, std::string& error) {
                 return false;
             }
             site.points.emplace_back(x, y, z);
+            site.origins.push_back({0, lines.lineNumber()});
         } else if (tag == "l") {
-            long long previous = 0;
-            int count = 0;
-            while (!fields.atEnd()) {
-                std::string field(fields.peek());
-                field = field.substr(0, field.find('/'));  // "l v/vt" form
-                FieldReader one(field);
-                long long index = 0;
-                if (!one.integer(index, what)) {
-                    error = located(path, lines.lineNumber(), "bad line element index: " + what);
-                    return false;
-                }
-                if (index == 0) {
-                    error = located(path,
-                                    lines.lineNumber(),
-                                    "line element index 0: indices "
-                                    "start at 1");
-                    return false;
-                }
-                fields.skip();
-                // 1-based, or negative: relative to the vertices read so far.
-                const long long resolved =
-                    index > 0 ? index - 1 : static_cast<long long>(site.points.size()) + index;
-                if (count > 0) pending.push_back({previous, resolved, lines.lineNumber()});
-                previous = resolved;
-                ++count;
+            pending.push_back({{}, lines.lineNumber(), hasRole, role, afterGroup});
+            afterGroup = false;
+            if (!readObjLineElement(
+                    fields, (long long)site.points.size(), pending.back().vertices, what)) {
+                error = located(path, lines.lineNumber(), what);
+                return false;
             }
         } else if (tag == "f") {
             ++faces;
+        } else if (tag == "g" || tag == "o") {
+            hasRole = objRole(fields.peek(), role);
+            afterGroup = true;
         }
-        // Other statements (vn, vt, o, g, s, usemtl, mtllib) carry nothing used here.
+        // Other statements (vn, vt, s, usemtl, mtllib) carry nothing used here.
     }
     const long long n = static_cast<long long>(site.points.size());
-    for (const PendingEdge& e : pending) {
-        for (long long end : {e.a, e.b}) {
+    for (const ObjLine& l : pending) {
+        for (long long end : l.vertices) {
             if (end < 0 || end >= n) {
                 error = located(path,
-                                e.line,
+                                l.line,
                                 "line element refers to vertex " + std::to_string(end + 1) +
                                     ", but the file has " + plural(n, "vertex"));
                 return false;
             }
         }
-        site.edges.emplace_back(int(e.a), int(e.b));
+        if (l.vertices.size() >= 2) addObjLine(l, site);
     }
     if (faces > 0) {
         site.warnings.push_back(path + ": " + plural(faces, "face") +
                                 " ignored: the vertices are triangulated anew");
     }
     return true;
+}
+
+}  // namespace
+
+namespace {
+
+/// The first data line, when it starts with a word: the column names it gives (unless --columns
+/// named them), else skipped with a warning. True when it was a header.
+bool readHeader(LineCursor& lines,
+                const std::string& path,
+                const ReadOptions& options,
+                ColumnSpec& spec,
+                Site& site) {
+    const std::string_view head = FieldReader(lines.line()).peek();
+    const char c = head.empty() ? '0' : head.front();
+    const bool word = std::isalpha(static_cast<unsigned char>(c)) && head != "inf" &&
+                      head != "nan" && head != "infinity";
+    if (!word) return false;
+    if (options.columns.empty() && headerColumns(lines.line(), spec)) return true;
+    site.warnings.push_back(
+        located(path,
+                lines.lineNumber(),
+                "skipped as a column header: '" + std::string(lines.line()) + "'"));
+    return true;
+}
+
+/// Heights of lines read without one: the default, else an error naming the first such line
+/// when others have one, else 0 (a file without heights).
+bool settleHeights(Site& site,
+                   std::size_t first,
+                   int lineWithoutZ,
+                   const ReadOptions& options,
+                   const std::string& path,
+                   std::string& error) {
+    const bool anyZ = site.hasHeights;
+    if (anyZ && lineWithoutZ > 0 && std::isnan(options.defaultZ)) {
+        error = located(path,
+                        lineWithoutZ,
+                        "no height (z) on this line, though other lines have one; give it, or "
+                        "a height for such lines with --default-z Z");
+        return false;
+    }
+    const double fill = std::isnan(options.defaultZ) ? 0.0 : options.defaultZ;
+    for (std::size_t i = first; i < site.points.size(); ++i) {
+        if (std::isnan(site.points[i].z)) site.points[i].z = fill;
+    }
+    return true;
+}
+
+/// A polyline whose vertices have heights must have them all (unless a default fills the gaps).
+bool mixedHeights(const std::string& path,
+                  int withZ,
+                  int withoutZ,
+                  const ReadOptions& options,
+                  std::string& error) {
+    if (withZ == 0 || withoutZ == 0 || !std::isnan(options.defaultZ)) return true;
+    error = located(path,
+                    withoutZ,
+                    "no height (z) here, though other vertices of this line have one; give it, "
+                    "or a height for such vertices with --default-z Z");
+    return false;
 }
 
 }  // namespace
@@ -372,45 +494,46 @@ InputFormat inputFormatOf(const std::string& path) {
     return InputFormat::kPoints;
 }
 
-bool readPointList(const std::string& path, Site& site, std::string& error) {
-    std::string text;
-    if (!readWholeFile(path, text, error)) return false;
-    // Rough count for one reservation: about 25 bytes per point line.
-    site.points.reserve(text.size() / 25 + 16);
-    LineCursor lines(text);
-    std::string what;
-    bool first = true;
-    int extraColumnsLine = 0;
-    while (lines.next()) {
-        FieldReader fields(lines.line());
-        if (first) {
-            first = false;
-            const std::string_view head = fields.peek();
-            const char c = head.empty() ? '0' : head.front();
-            const bool word = std::isalpha(static_cast<unsigned char>(c)) && head != "inf" &&
-                              head != "nan" && head != "infinity";
-            if (word) {
-                site.warnings.push_back(
-                    located(path,
-                            lines.lineNumber(),
-                            "skipped as a column header: '" + std::string(lines.line()) + "'"));
-                continue;
-            }
-        }
-        double x, y, z = 0.0;
-        if (!fields.number(x, what) || !fields.number(y, what) ||
-            (!fields.atEnd() && !fields.number(z, what))) {
-            error = located(path, lines.lineNumber(), "expected 'x y [z]': " + what);
-            return false;
-        }
-        if (!fields.atEnd() && extraColumnsLine == 0) extraColumnsLine = lines.lineNumber();
-        site.points.emplace_back(x, y, z);
-    }
-    if (extraColumnsLine > 0) {
-        site.warnings.push_back(
-            located(path, extraColumnsLine, "columns after x y z ignored (from this line on)"));
+bool parseFormat(const std::string& name, InputFormat& format) {
+    if (name == "points" || name == "xyz" || name == "csv" || name == "txt") {
+        format = InputFormat::kPoints;
+    } else if (name == "node" || name == "poly" || name == "obj") {
+        format = inputFormatOf("." + name);
+    } else {
+        return false;
     }
     return true;
+}
+
+bool readPointList(const std::string& path,
+                   const ReadOptions& options,
+                   Site& site,
+                   std::string& error) {
+    std::string text;
+    if (!readWholeFile(path, text, error)) return false;
+    ColumnSpec spec;
+    if (!options.columns.empty() && !parseColumns(options.columns, spec, error)) return false;
+    // Rough count for one reservation: about 25 bytes per point line.
+    site.points.reserve(text.size() / 25 + 16);
+    site.origins.reserve(text.size() / 25 + 16);
+    LineCursor lines(text);
+    int lineWithoutZ = 0;
+    PointFields fields;
+    for (bool first = true; lines.next(); first = false) {
+        if (first && readHeader(lines, path, options, spec, site)) continue;
+        std::string what;
+        if (!parsePointLine(lines.line(), spec, fields, what)) {
+            error = located(path, lines.lineNumber(), what);
+            return false;
+        }
+        if (!fields.hasZ && lineWithoutZ == 0) lineWithoutZ = lines.lineNumber();
+        site.hasHeights |= fields.hasZ;
+        site.points.emplace_back(
+            fields.x, fields.y, fields.hasZ ? fields.z : std::numeric_limits<double>::quiet_NaN());
+        site.origins.push_back({0, lines.lineNumber()});
+        if (spec.has('P')) site.ids.emplace_back(fields.id);
+    }
+    return settleHeights(site, 0, lineWithoutZ, options, path, error);
 }
 
 bool readEdgeList(const std::string& path, Site& site, std::string& error) {
@@ -428,10 +551,8 @@ bool readEdgeList(const std::string& path, Site& site, std::string& error) {
             return false;
         }
         if (!fields.atEnd()) {
-            error = located(path,
-                            lines.lineNumber(),
-                            "expected 'i j' (two point indices), found "
-                            "more fields");
+            error = located(
+                path, lines.lineNumber(), "expected 'i j' (two point indices), found more fields");
             return false;
         }
         for (long long end : {a, b}) {
@@ -439,8 +560,7 @@ bool readEdgeList(const std::string& path, Site& site, std::string& error) {
                 error = located(path,
                                 lines.lineNumber(),
                                 "edge index " + std::to_string(end) +
-                                    " out of range: the points "
-                                    "are numbered 0.." +
+                                    " out of range: the points are numbered 0.." +
                                     std::to_string(n - 1));
                 return false;
             }
@@ -457,20 +577,83 @@ bool readEdgeList(const std::string& path, Site& site, std::string& error) {
     return true;
 }
 
-bool readSite(const std::string& path, Site& site, std::string& error) {
-    site = Site();
-    int base = 0;
-    switch (inputFormatOf(path)) {
-        case InputFormat::kNode:
-            return readNodeFile(path, site, base, error);
-        case InputFormat::kPoly:
-            return readPolyFile(path, site, error);
-        case InputFormat::kObj:
-            return readObjFile(path, site, error);
-        case InputFormat::kPoints:
-            break;
+bool readPolylines(const std::string& path,
+                   ry::Role role,
+                   const ReadOptions& options,
+                   Site& site,
+                   std::string& error) {
+    std::string text;
+    if (!readWholeFile(path, text, error)) return false;
+    const std::int32_t file = std::int32_t(site.files.size());
+    site.files.push_back(path == "-" ? "standard input" : path);
+    const std::size_t firstPoint = site.points.size();
+    const bool ring = role == ry::Role::kBoundary || role == ry::Role::kHole;
+    LineCursor lines(text);
+    int withZ = 0, withoutZ = 0;  // lines of the current polyline with and without a height
+    while (lines.next()) {
+        FieldReader fields(lines.line());
+        double x, y, z = std::numeric_limits<double>::quiet_NaN();
+        std::string what;
+        if (!fields.number(x, what) || !fields.number(y, what) ||
+            (!fields.atEnd() && !fields.number(z, what)) || !fields.atEnd()) {
+            if (what.empty()) what = "more than three fields";
+            error = located(path, lines.lineNumber(), "expected 'x y [z]': " + what);
+            return false;
+        }
+        if (site.lines.empty() || lines.afterBlank() || site.lineOrigins.back().file != file) {
+            if (!mixedHeights(path, withZ, withoutZ, options, error)) return false;
+            withZ = withoutZ = 0;
+            ry::Polyline line;
+            line.role = role;
+            line.closed = ring;
+            line.first = site.lineVertices.size();
+            site.lines.push_back(line);
+            site.lineOrigins.push_back({file, lines.lineNumber()});
+        }
+        (std::isnan(z) ? withoutZ : withZ) = lines.lineNumber();
+        site.lineVertices.push_back(std::int32_t(site.points.size()));
+        ++site.lines.back().count;
+        site.points.emplace_back(x, y, z);
+        site.origins.push_back({file, lines.lineNumber()});
     }
-    return readPointList(path, site, error);
+    if (!mixedHeights(path, withZ, withoutZ, options, error)) return false;
+    // Without a height a vertex takes the default, or (NaN) a coincident point's or the
+    // surface's, or 0 when the site has no heights at all.
+    const double fill = !std::isnan(options.defaultZ) ? options.defaultZ
+                        : site.hasHeights             ? std::numeric_limits<double>::quiet_NaN()
+                                                      : 0.0;
+    for (std::size_t i = firstPoint; i < site.points.size(); ++i) {
+        if (std::isnan(site.points[i].z)) site.points[i].z = fill;
+    }
+    if (!site.ids.empty()) site.ids.resize(site.points.size());
+    return true;
+}
+
+bool readSite(const std::string& path, Site& site, std::string& error) {
+    return readSite(path, ReadOptions(), site, error);
+}
+
+bool readSite(const std::string& path, const ReadOptions& options, Site& site, std::string& error) {
+    site = Site();
+    site.files.push_back(path == "-" ? "standard input" : path);
+    int base = 0;
+    bool ok;
+    switch (options.hasFormat ? options.format : inputFormatOf(path)) {
+        case InputFormat::kNode:
+            ok = readNodeFile(path, site, base, error);
+            break;
+        case InputFormat::kPoly:
+            ok = readPolyFile(path, site, error);
+            break;
+        case InputFormat::kObj:
+            ok = readObjFile(path, site, error);
+            break;
+        default:
+            return readPointList(path, options, site, error);
+    }
+    // Mesh formats carry a height where they have one (else 0).
+    for (const PkGePoint3d& p : site.points) site.hasHeights |= p.z != 0.0;
+    return ok;
 }
 
 }  // namespace rytri

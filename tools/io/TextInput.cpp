@@ -9,16 +9,17 @@
 namespace rytri {
 
 bool readWholeFile(const std::string& path, std::string& contents, std::string& error) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+    const bool standardInput = path == "-";
+    std::FILE* file = standardInput ? stdin : std::fopen(path.c_str(), "rb");
     if (!file) {
         error = "cannot open '" + path + "': " + std::strerror(errno);
         return false;
     }
     // One read of the whole size: a file of 1e6 points is some 30 MB, read in one go.
     contents.clear();
-    bool ok = std::fseek(file, 0, SEEK_END) == 0;
+    bool ok = !standardInput && std::fseek(file, 0, SEEK_END) == 0;
     const long size = ok ? std::ftell(file) : -1;
-    if (size >= 0 && std::fseek(file, 0, SEEK_SET) == 0) {
+    if (ok && size >= 0 && std::fseek(file, 0, SEEK_SET) == 0) {
         contents.resize(std::size_t(size));
         const std::size_t got = size > 0 ? std::fread(&contents[0], 1, contents.size(), file) : 0;
         ok = got == contents.size();
@@ -31,7 +32,7 @@ bool readWholeFile(const std::string& path, std::string& contents, std::string& 
     }
     if (std::ferror(file)) ok = false;
     const int savedErrno = errno;
-    std::fclose(file);
+    if (!standardInput) std::fclose(file);
     if (!ok) {
         error = "cannot read '" + path + "': " + std::strerror(savedErrno ? savedErrno : EIO);
         return false;
@@ -40,6 +41,7 @@ bool readWholeFile(const std::string& path, std::string& contents, std::string& 
 }
 
 bool LineCursor::next() {
+    blank = false;
     while (offset < text.size()) {
         const char* begin = text.data() + offset;
         const std::size_t left = text.size() - offset;
@@ -49,6 +51,7 @@ bool LineCursor::next() {
         offset += length + (newline ? 1 : 0);
         ++number;
         std::string_view line(begin, length);
+        if (line.find_first_not_of(" \t\r") == std::string_view::npos) blank = true;
         const std::size_t hash = line.find('#');
         if (hash != std::string_view::npos) line = line.substr(0, hash);
         while (!line.empty() && (line.back() == ' ' || line.back() == '\t' || line.back() == '\r' ||
@@ -164,7 +167,8 @@ bool FieldReader::integer(long long& value, std::string& what) {
 }
 
 std::string located(const std::string& path, int line, const std::string& message) {
-    return path + ":" + std::to_string(line) + ": " + message;
+    return (path == "-" ? std::string("standard input") : path) + ":" + std::to_string(line) +
+           ": " + message;
 }
 
 }  // namespace rytri

@@ -8,8 +8,8 @@
 
 namespace rytri {
 
-/// Reads the whole file into `contents`. On failure returns false and sets `error` to a message
-/// naming the file and the system's reason.
+/// Reads the whole file into `contents` ("-": standard input). On failure returns false and sets
+/// `error` to a message naming the file and the system's reason.
 bool readWholeFile(const std::string& path, std::string& contents, std::string& error);
 
 /// Walks the data lines of a text: blank lines and `#` comments (to the end of the line) are
@@ -24,6 +24,9 @@ public:
     std::string_view line() const { return current; }
     /// 1-based number of the current line in the file (the last line when at the end).
     int lineNumber() const { return number; }
+    /// True when a blank line (empty or only blanks; not a comment) came before the current one
+    /// since the previous data line.
+    bool afterBlank() const { return blank; }
     /// Bytes after the current line.
     long long bytesLeft() const { return static_cast<long long>(text.size() - offset); }
 
@@ -31,6 +34,7 @@ private:
     std::string_view text;
     std::size_t offset = 0;
     int number = 0;
+    bool blank = false;
     std::string_view current;
 };
 

@@ -1,0 +1,237 @@
+// The second half of buildSurface: adjacency, constraint lines, labels, and the flat outputs with
+// the checks that refuse a wrong surface (a bounding line not in the mesh, rings that cannot be
+// followed, nothing kept, no area).
+#include <cmath>
+#include <string>
+
+#include "ConstraintTrace.h"
+#include "Labels.h"
+#include "MeshTopology.h"
+#include "Orient.h"
+#include "PointMerge.h"
+#include "RySurface.h"
+#include "SurfaceSteps.h"
+
+namespace ry {
+
+namespace {
+
+bool stop(Surface& s) {
+    s.status = SurfaceStatus::kStopped;
+    s.message = "stopped";
+    return false;
+}
+
+bool fail(Surface& s, SurfaceStatus status, std::string message, std::string advice) {
+    return failSurface(s, status, std::move(message), std::move(advice));
+}
+
+KeepRule resolveRule(KeepRule rule,
+                     const LineChains& chains,
+                     const std::vector<char>& skip,
+                     const SurfaceInput& in) {
+    if (rule != KeepRule::kAuto) return rule;
+    bool rings = false, edges = false;
+    for (std::size_t l = 0; l < chains.size(); ++l) {
+        if (skip[l]) continue;
+        rings |= chains.role[l] == Role::kBoundary || chains.role[l] == Role::kHole;
+        edges |= chains.role[l] == Role::kEdge;
+    }
+    if (rings) return KeepRule::kRings;
+    if (in.holePoints.size >= 2) return KeepRule::kHolePoints;
+    return edges ? KeepRule::kEvenOdd : KeepRule::kAll;
+}
+
+/// Whether a line of `role` decides what `rule` keeps.
+bool bounds(Role role, KeepRule rule) {
+    if (rule == KeepRule::kAll || role == Role::kBreakline) return false;
+    return rule != KeepRule::kRings || role != Role::kEdge;
+}
+
+/// Segments missing from the mesh: reported; an error unless a crossing without splitting
+/// removed a line that bounds nothing.
+bool checkMissing(const TracedLines& traced,
+                  const LineChains& chains,
+                  const MergedPoints& merged,
+                  const SurfaceOptions& o,
+                  Surface& s) {
+    std::size_t first = traced.missing.size();  // the first that is an error
+    for (const MissingSegment& m : traced.missing) {
+        if (first == traced.missing.size() &&
+            (o.splitCrossing || bounds(chains.role[std::size_t(m.line)], s.keep))) {
+            first = s.missing.size();
+        }
+        s.missing.push_back({m.line,
+                             merged.vertexSource[std::size_t(m.from)],
+                             merged.vertexSource[std::size_t(m.to)]});
+    }
+    if (first == traced.missing.size()) return true;
+    const MissingSegment* fatal = &s.missing[first];
+    return fail(s,
+                SurfaceStatus::kConstraintMissing,
+                "the segment of line " + std::to_string(fatal->line) + " from point " +
+                    std::to_string(fatal->from) + " to point " + std::to_string(fatal->to) +
+                    " is not in the mesh" +
+                    (o.splitCrossing ? ""
+                                     : " (a later line crossed it, and crossings are not "
+                                       "split)"),
+                o.splitCrossing ? "report the input" : "split crossing lines (splitCrossing)");
+}
+
+void emitVertices(const MeshTopology& mesh,
+                  const MergedPoints& merged,
+                  const TracedLines& traced,
+                  Surface& s) {
+    s.vertices = mesh.xyz;
+    const std::size_t firstCreated = merged.size();
+    s.crossingVertices = mesh.xyz.size() / 3 - firstCreated;
+    for (std::size_t c = 0; c < s.crossingVertices; ++c) {
+        if (traced.heightCount[c] > 0) {
+            s.vertices[3 * (firstCreated + c) + 2] = traced.heightSum[c] / traced.heightCount[c];
+        }
+    }
+    s.vertexSource = merged.vertexSource;
+    s.vertexSource.resize(mesh.xyz.size() / 3, -1);
+}
+
+void emitEdges(const MeshTopology& mesh,
+               const TracedLines& traced,
+               const LineChains& chains,
+               Surface& s) {
+    const std::size_t n = traced.pieceEdge.size();
+    s.edgeVertices.resize(2 * n);
+    s.edgeLine = traced.pieceLine;
+    s.edgeRole.resize(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::int32_t h = traced.pieceEdge[i], from = traced.pieceFrom[i];
+        s.edgeVertices[2 * i] = from;
+        s.edgeVertices[2 * i + 1] = mesh.origin(h) == from ? mesh.target(h) : mesh.origin(h);
+        s.edgeRole[i] = chains.role[std::size_t(traced.pieceLine[i])];
+    }
+}
+
+bool emitTriangles(const MeshTopology& mesh,
+                   const std::vector<char>& kept,
+                   const SurfaceOptions& o,
+                   Surface& s) {
+    const std::size_t m = mesh.triangleCount();
+    s.allTriangles = m;
+    std::vector<std::int32_t> newIndex(m, -1);
+    std::int32_t count = 0;
+    for (std::size_t t = 0; t < m; ++t) newIndex[t] = kept[t] ? count++ : -1;
+    s.triangles.reserve(3 * std::size_t(count));
+    s.neighbors.reserve(3 * std::size_t(count));
+    long double area = 0;
+    bool anyArea = false;
+    for (std::size_t t = 0; t < m; ++t) {
+        const std::int32_t* v = &mesh.triangles[3 * t];
+        std::vector<std::int32_t>& to = kept[t] ? s.triangles : s.removedTriangles;
+        if (kept[t] || o.keepRemoved) to.insert(to.end(), v, v + 3);
+        if (!kept[t]) continue;
+        for (std::size_t k = 0; k < 3; ++k) {
+            const std::int32_t across = mesh.twin[3 * t + k];
+            s.neighbors.push_back(across < 0 ? -1 : newIndex[std::size_t(across / 3)]);
+        }
+        const double* a = mesh.xy(v[0]);
+        const double* b = mesh.xy(v[1]);
+        const double* c = mesh.xy(v[2]);
+        area += orientValue(a, b, c);
+        anyArea = anyArea || orientSign(a, b, c) > 0;
+    }
+    s.keptArea = double(area / 2);
+    if (count == 0) {
+        return fail(s,
+                    SurfaceStatus::kNothingKept,
+                    "no triangle is kept",
+                    s.keep == KeepRule::kEvenOdd
+                        ? "under the even-odd rule open lines enclose nothing and a ring given "
+                          "twice cancels itself: give boundaries and holes their roles"
+                        : "check that the boundaries enclose points and the holes do not cover "
+                          "everything");
+    }
+    if (!anyArea) {
+        return fail(s,
+                    SurfaceStatus::kZeroArea,
+                    "the kept triangles have no area: the points lie on one line",
+                    "give points that span an area");
+    }
+    return true;
+}
+
+/// One point inside each region of left-out triangles (joined across edges that carry no line)
+/// that no open hull edge lets out: the centroid of its largest triangle.
+void findHoleSeeds(const MeshTopology& mesh,
+                   const EdgeGroups& groups,
+                   const std::vector<char>& kept,
+                   Surface& s) {
+    std::vector<char> seen(mesh.triangleCount(), 0);
+    std::vector<std::int32_t> region;
+    for (std::size_t start = 0; start < seen.size(); ++start) {
+        if (kept[start] || seen[start]) continue;
+        bool open = false;
+        region.assign(1, std::int32_t(start));
+        seen[start] = 1;
+        for (std::size_t i = 0; i < region.size(); ++i) {
+            for (std::int32_t h = 3 * region[i]; h < 3 * region[i] + 3; ++h) {
+                if (groups.ofHalfEdge[std::size_t(h)] >= 0) continue;
+                const std::int32_t across = mesh.twin[std::size_t(h)];
+                open |= across < 0;
+                if (across < 0 || seen[std::size_t(across / 3)]) continue;
+                seen[std::size_t(across / 3)] = 1;
+                region.push_back(across / 3);
+            }
+        }
+        if (open) continue;
+        std::int32_t best = region[0];
+        double bestArea = -1.0;
+        for (std::int32_t t : region) {
+            const std::int32_t* v = &mesh.triangles[3 * std::size_t(t)];
+            const double area = orientValue(mesh.xy(v[0]), mesh.xy(v[1]), mesh.xy(v[2]));
+            if (area > bestArea) bestArea = area, best = t;
+        }
+        const std::int32_t* v = &mesh.triangles[3 * std::size_t(best)];
+        for (int axis = 0; axis < 2; ++axis) {
+            s.holeSeeds.push_back(
+                (mesh.xy(v[0])[axis] + mesh.xy(v[1])[axis] + mesh.xy(v[2])[axis]) / 3.0);
+        }
+    }
+}
+
+}  // namespace
+
+bool finishSurface(MeshTopology& mesh,
+                   const MergedPoints& merged,
+                   const LineChains& chains,
+                   const std::vector<char>& skip,
+                   const SurfaceInput& in,
+                   const SurfaceOptions& o,
+                   Surface& s) {
+    auto step = [&](std::int64_t done) {
+        return !o.progress || o.progress(o.progressContext, SurfacePhase::kFinish, done, 3);
+    };
+    if (!step(0)) return stop(s);
+    buildAdjacency(mesh, mesh.working);
+    mesh.working = std::vector<std::int32_t>();
+    if (!chains.chain.empty()) findVertexEdges(mesh);
+    if (!step(1)) return stop(s);
+    const TracedLines traced = traceLines(mesh, chains, std::int32_t(merged.size()));
+    s.keep = resolveRule(o.keep, chains, skip, in);
+    emitVertices(mesh, merged, traced, s);
+    emitEdges(mesh, traced, chains, s);
+    if (!checkMissing(traced, chains, merged, o, s)) return false;
+    if (!step(2)) return stop(s);
+    const EdgeGroups groups = groupPieces(mesh, traced);
+    const LabelResult labels = labelTriangles(s.keep, mesh, groups, chains, skip, in.holePoints);
+    s.ignoredHolePoints = labels.ignoredHolePoints;
+    if (labels.disagreements > 0) {
+        return fail(s,
+                    SurfaceStatus::kConstraintMissing,
+                    "the rings could not be followed as closed chains of mesh edges",
+                    "report the input");
+    }
+    if (!emitTriangles(mesh, labels.kept, o, s)) return false;
+    findHoleSeeds(mesh, groups, labels.kept, s);
+    return step(3) || stop(s);
+}
+
+}  // namespace ry

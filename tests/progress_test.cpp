@@ -1,0 +1,82 @@
+// The opt-in progress callback: a host that never sets it sees nothing change, one that lets
+// every call go on gets the same results and rand() draws, and a stop request ends the call with
+// StatusStopped in each insertion loop (sorted, shuffled, shuffled with the helper thread) and in
+// the constraint phase.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <vector>
+
+#include "RyTriangulation.h"
+#include "support/PointGenerators.h"
+
+namespace {
+
+struct Calls {
+    long long stopAt = -1;  ///< stop at the first report with done >= stopAt in `phase`
+    PkProgressPhase phase = kProgressVertices;
+    long long reports[2] = {0, 0};
+    long long last = -1;
+};
+
+bool onProgress(void* context, PkProgressPhase phase, long long done, long long total) {
+    Calls& c = *static_cast<Calls*>(context);
+    ++c.reports[phase];
+    EXPECT_LE(done, total);
+    c.last = done;
+    return !(c.stopAt >= 0 && phase == c.phase && done >= c.stopAt);
+}
+
+struct Outcome {
+    PkTriangulationStatus status;
+    std::vector<PkMeshTriangle> triangles;
+    int nextRand;
+};
+
+Outcome triangulate(const std::vector<PkGePoint3d>& points, bool sorted, Calls* calls) {
+    std::srand(7);
+    RyTriangulation tri(sorted, true);
+    if (calls) tri.setProgressCallback(onProgress, calls);
+    const std::vector<PkMeshEdge> edges = {{0, 1}, {1, 2}, {2, 3}};
+    Outcome run{tri.delaunayTriangulationWithConstraints(points, edges), {}, std::rand()};
+    tri.deleteGhostTriangle();
+    run.triangles = tri.getMeshTriangles();
+    return run;
+}
+
+TEST(Progress, GoingOnChangesNothingAndStoppingStopsEachLoop) {
+    for (int n : {5000, 40000}) {  // 40000: the helper thread runs ahead
+        const std::vector<PkGePoint3d> points = rytest::uniformPoints(n, 11);
+        for (bool sorted : {true, false}) {
+            const Outcome plain = triangulate(points, sorted, nullptr);
+            Calls calls;
+            const Outcome watched = triangulate(points, sorted, &calls);
+            ASSERT_EQ(plain.status, StatusOk);
+            EXPECT_EQ(watched.status, StatusOk);
+            EXPECT_EQ(watched.nextRand, plain.nextRand);
+            ASSERT_EQ(watched.triangles.size(), plain.triangles.size());
+            for (std::size_t t = 0; t < plain.triangles.size(); ++t) {
+                for (int k = 0; k < 3; ++k) {
+                    EXPECT_EQ(watched.triangles[t].getVertexIndexAt(k),
+                              plain.triangles[t].getVertexIndexAt(k));
+                }
+            }
+            EXPECT_EQ(calls.reports[kProgressVertices], 2 + (n - 1) / 4096);
+            EXPECT_EQ(calls.reports[kProgressConstraints], 2);
+
+            Calls stop;
+            stop.stopAt = 4096;
+            const Outcome stopped = triangulate(points, sorted, &stop);
+            EXPECT_EQ(stopped.status, StatusStopped);
+            EXPECT_EQ(stop.last, 4096);
+            EXPECT_GT(stopped.triangles.size(), 0u);  // the vertices inserted so far stay
+            EXPECT_LT(stopped.triangles.size(), plain.triangles.size());
+            stop = Calls();
+            stop.stopAt = 0;
+            stop.phase = kProgressConstraints;
+            EXPECT_EQ(triangulate(points, sorted, &stop).status, StatusStopped);
+        }
+    }
+}
+
+}  // namespace
