@@ -17,11 +17,12 @@ function(ry_add_rytri_harness target)
             "${RY_TOOLS_DIR}/DemoSite.cpp"
             "${RY_TOOLS_DIR}/io/OutputFile.cpp"
             "${RY_TOOLS_DIR}/io/MeshWriters.cpp"
-            "${RY_TOOLS_DIR}/io/Platform.cpp"
-            $<TARGET_OBJECTS:ry_surface_objects>)
+            "${RY_TOOLS_DIR}/io/Platform.cpp")
     endif()
     add_executable(${target} ${sources})
     if(H_WHOLE_TOOL)
+        # The surface layer's objects and their usage requirements (its headers, no dllimport).
+        target_link_libraries(${target} PRIVATE ry_surface_objects)
         set_source_files_properties("${RY_TOOLS_DIR}/rytri.cpp" TARGET_DIRECTORY ${target}
             PROPERTIES COMPILE_DEFINITIONS "main=rytriMain;RYTRI_VERSION=\"harness\"")
     endif()
