@@ -16,12 +16,13 @@
 //      other side is a different triangle;
 // and only when none applies is the crossing refused (StatusConstraintFailed, nothing changed).
 //
-// Termination: every plan either adds a vertex (a split or an insertion, each a piece of the
-// input edge's capped count) or replaces a constraint edge by two strictly shorter edges between
-// existing vertices, which can happen only finitely often between two new vertices. Edges that
-// stop being constraints may no longer be locally Delaunay; they are collected (with every edge
-// the later work of the same input edge touches) and flipped back by Lawson's algorithm when the
-// input edge is done.
+// Termination: each plan queues pieces, and one input edge takes at most maxIterations pieces;
+// every loop here is bounded by a constant or by maxIterations. Beyond that bound, each plan
+// makes progress: it adds a vertex, cuts the segment at an existing vertex, or replaces a
+// constraint edge by two strictly shorter ones between existing vertices (which can happen only
+// finitely often between two new vertices). Edges that stop being constraints may no longer be
+// locally Delaunay; they are collected, with every edge the rest of the same input edge touches,
+// and flipped back by Lawson's algorithm when that input edge ends (also after a failure).
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
