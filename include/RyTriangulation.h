@@ -65,6 +65,10 @@ struct RyTriangulationImpl;
 /// nothing. One object must not be used from two threads at once; separate objects share only
 /// the C runtime's rand() state, which the triangulation draws from (it never seeds it).
 ///
+/// Geometric decisions take the exact sign of a determinant, then treat values within the band of
+/// setCDTTolerence (default 1e-9, in the input's units) as zero: at degree scale that band is far
+/// too wide, so set it to 0 for geographic coordinates (see setCDTTolerence).
+///
 /// A triangulation call on an object that already holds a triangulation starts from a clean
 /// record; options and tolerance are kept. Input rejected with StatusFailed (non-finite
 /// coordinates) or StatusTooFewPoints leaves the previous result in place.
@@ -144,6 +148,13 @@ public:
 
     /// Sets the band around zero within which an orientation or in-circle determinant (not a
     /// distance) counts as zero; default 1e-9. Negative or NaN behaves as 0.
+    /// The determinants are in the input's units: twice a signed triangle area (length^2) and the
+    /// in-circle determinant (length^4). For survey coordinates in metres (magnitudes 1e5 to 1e6,
+    /// points metres apart) 1e-9 merges only sub-nanometre offsets from a line. In degrees
+    /// (magnitudes 1e-3 to 1e2, points 1e-5 to 1e-2 apart) the determinants of nearby points lie
+    /// far below 1e-9: a point some metres (1e-5 degrees) off a line 1e-4 long counts as on it and
+    /// almost every in-circle test as cocircular, so points collide (StatusCoincidentVertex),
+    /// constraints fail and the mesh is far from Delaunay. 0 gives exact decisions at any scale.
     void setCDTTolerence(double tolerance);
 
 private:

@@ -22,15 +22,6 @@ inline bool inSegmentBox(const double* P, const double* A, const double* B) {
            P[1] - std::min(A[1], B[1]) >= -kBoxSlack && P[1] - std::max(A[1], B[1]) <= kBoxSlack;
 }
 
-/// Results of crossingEndVertex besides a vertex index.
-constexpr int kSplitSound = -1;
-constexpr int kSplitRefused = -2;
-
-/// How close to an end of the crossed edge, relative to the crossing's own coordinates, a
-/// crossing point may lie and still count as that end: a few thousand ulps, far beyond the
-/// rounding of a well-conditioned crossing and far below any visible bend.
-constexpr double kSnapReach = 0x1p-40;
-
 inline int localIndexOf(const int* v, int vertex) {
     return v[0] == vertex ? 0 : (v[1] == vertex ? 1 : 2);
 }
@@ -74,41 +65,6 @@ bool RyTriangulationImpl::allCounterClockwise(const std::vector<int>& slots) con
     return true;
 }
 
-/// For the crossing point p of the exit edge (u, w) of triangle t (u, w following the pivot at
-/// local position j) with neighbour n beyond it: kSplitSound when splitting u-w at p gives four
-/// (two on the hull) strictly counter-clockwise triangles; otherwise the end u or w when p lies
-/// within rounding of it, or kSplitRefused.
-int RyTriangulationImpl::crossingEndVertex(int t, int j, int n, const PkGePoint3d& p) const {
-    const int* v = triVerts(triangles[std::size_t(t)]);
-    const int pivot = v[j];
-    const int u = v[nextLocalIndex(j)];
-    const int w = v[prevLocalIndex(j)];
-    const double* P = &p.x;
-    const double* U = vertexXY(vertices[std::size_t(u)]);
-    const double* W = vertexXY(vertices[std::size_t(w)]);
-    const double* C = vertexXY(vertices[std::size_t(pivot)]);
-    bool sound = orient2d(C, U, P) > 0 && orient2d(C, P, W) > 0;
-    if (sound && n >= 0 && n < int(triangles.size()) && !isGhost(triangles[std::size_t(n)])) {
-        const int* nv = triVerts(triangles[std::size_t(n)]);
-        const int o =
-            (nv[0] != u && nv[0] != w) ? nv[0] : ((nv[1] != u && nv[1] != w) ? nv[1] : nv[2]);
-        const double* O = vertexXY(vertices[std::size_t(o)]);
-        sound = orient2d(O, W, P) > 0 && orient2d(O, P, U) > 0;
-    }
-    if (sound) return kSplitSound;
-    // Near an end, the flat or turned triangle comes from rounding the crossing; elsewhere
-    // from a sliver next to the crossed edge (a vertex made at an earlier crossing lies within
-    // rounding of its line), where moving the segment onto an end would bend it visibly.
-    auto distance2 = [&](const double* Q) {
-        return (P[0] - Q[0]) * (P[0] - Q[0]) + (P[1] - Q[1]) * (P[1] - Q[1]);
-    };
-    const double du = distance2(U), dw = distance2(W);
-    const double scale = std::max(std::fabs(P[0]), std::fabs(P[1]));
-    const double reach = (kSnapReach * scale) * (kSnapReach * scale);
-    if (std::min(du, dw) > reach) return kSplitRefused;
-    return du <= dw ? u : w;
-}
-
 PkTriangulationStatus RyTriangulationImpl::delaunayTriangulationWithConstraints(
     const std::vector<PkGePoint3d>& points, const std::vector<PkMeshEdge>& edges) {
     const PkTriangulationStatus status = delaunayTriangulation(points);
@@ -130,16 +86,20 @@ PkTriangulationStatus RyTriangulationImpl::delaunayTriangulationWithConstraints(
 
 PkTriangulationStatus RyTriangulationImpl::insertConstraintEdge(const PkMeshEdge& edge) {
     std::vector<PkMeshEdge> pendingEdges(1, edge);
-    int calls = 0;
-    while (!pendingEdges.empty()) {
+    suspectEdges.clear();
+    PkTriangulationStatus status = StatusOk;
+    for (int calls = 0; status == StatusOk && !pendingEdges.empty(); ++calls) {
         const PkMeshEdge piece = pendingEdges.back();
         pendingEdges.pop_back();
-        const PkTriangulationStatus status = insertConstraintSegment(piece, piece, pendingEdges);
-        if (status != StatusOk) return status;
-        if (calls >= maxIterations) return StatusIterationLimit;
-        ++calls;
+        status = insertConstraintSegment(piece, piece, pendingEdges);
+        if (status == StatusOk && calls >= maxIterations) status = StatusIterationLimit;
     }
-    return StatusOk;
+    // Edges that a rerouted crossing left as plain edges (none in the common case).
+    if (!suspectEdges.empty()) {
+        const PkTriangulationStatus legalized = legalizeSuspectEdges();
+        if (status == StatusOk) status = legalized;
+    }
+    return status;
 }
 
 bool RyTriangulationImpl::isMeshEdge(int a, int b) const {
@@ -258,23 +218,7 @@ PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
             if (p.isEqualTo(pa, PkGeContext::gTol) || p.isEqualTo(pb, PkGeContext::gTol)) {
                 return StatusConstraintFailed;
             }
-            // The crossing is rounded. Next to an end of the crossed constraint it can land on
-            // that end, or so close that a triangle of the split would be flat or turned over
-            // (decided exactly, so the test does not depend on the scale); the segment then
-            // passes through that end vertex, as it does in exact arithmetic, and the
-            // constraint is left whole.
-            const int end = crossingEndVertex(cur, j, n, p);
-            if (end == kSplitRefused) return StatusConstraintFailed;
-            if (end >= 0) {
-                pendingEdges.push_back(PkMeshEdge(a, end));
-                pendingEdges.push_back(PkMeshEdge(end, b));
-                return StatusOk;
-            }
-            const int nv = splitConstraintEdge(PkMeshEdge(u, w), p, cur);
-            if (nv < 0) return StatusFailed;
-            pendingEdges.push_back(PkMeshEdge(a, nv));
-            pendingEdges.push_back(PkMeshEdge(nv, b));
-            return StatusOk;
+            return resolveCrossing(cur, j, n, a, b, p, pendingEdges);
         }
 
         // A segment between two vertices stays inside the hull; stepping into a ghost triangle
@@ -357,6 +301,9 @@ PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
         return StatusConstraintFailed;
     }
 
+    if (!suspectEdges.empty()) {
+        for (const auto& entry : boundaryNeighbours) suspectEdges.push_back(entry.first);
+    }
     if (e == origin.EdgeIndex2()) {
         recordConstraint(piece, origin);
     } else {

@@ -58,12 +58,35 @@ void RyTriangulationImpl::appendVertex(const PkGePoint3d& p) {
     vertices.emplace_back(p);
 }
 
+// The halves u-v and v-w replace u-w and keep its repeat count and origins (u-w itself when it
+// has none), so the crossing counts of hole removal stay as they were on either side.
+void RyTriangulationImpl::splitConstraintRecords(const PkMeshEdge& edge, int v) {
+    const PkMeshEdge low(edge.EdgeIndex1(), v);
+    const PkMeshEdge high(v, edge.EdgeIndex2());
+    constraintEdges.erase(edge);
+    recordConstraint(low);
+    recordConstraint(high);
+    const auto repeat = constraintRepeats.find(edge);
+    if (repeat != constraintRepeats.end()) {
+        const int r = repeat->second;
+        constraintRepeats[low] += r;
+        constraintRepeats[high] += r;
+        constraintRepeats.erase(edge);
+    }
+    std::vector<PkMeshEdge> origins(1, edge);
+    const auto found = constraintOrigins.find(edge);
+    if (found != constraintOrigins.end()) {
+        origins = found->second;
+        constraintOrigins.erase(found);
+    }
+    mergeOrigins(constraintOrigins[low], origins);
+    mergeOrigins(constraintOrigins[high], origins);
+}
+
 // The new vertex goes onto edge u-w of t and is legalised while u-w is still recorded; the
 // halves u-nv and nv-w touch the new vertex, so the flips (which only touch edges opposite it)
 // cannot remove them. Records change only after a successful legalisation.
 int RyTriangulationImpl::splitConstraintEdge(const PkMeshEdge& edge, const PkGePoint3d& p, int t) {
-    const int u = edge.EdgeIndex1();
-    const int w = edge.EdgeIndex2();
     const int nv = int(vertices.size());
     appendVertex(p);
 
@@ -84,25 +107,6 @@ int RyTriangulationImpl::splitConstraintEdge(const PkMeshEdge& edge, const PkGeP
     if (status == StatusOk) status = legalizeAroundVertex(nv, list);
     if (status != StatusOk) return -1;
 
-    const PkMeshEdge low(u, nv);
-    const PkMeshEdge high(nv, w);
-    constraintEdges.erase(edge);
-    recordConstraint(low);
-    recordConstraint(high);
-    const auto repeat = constraintRepeats.find(edge);
-    if (repeat != constraintRepeats.end()) {
-        const int r = repeat->second;
-        constraintRepeats[low] += r;
-        constraintRepeats[high] += r;
-        constraintRepeats.erase(edge);
-    }
-    std::vector<PkMeshEdge> origins(1, edge);
-    const auto found = constraintOrigins.find(edge);
-    if (found != constraintOrigins.end()) {
-        origins = found->second;
-        constraintOrigins.erase(found);
-    }
-    mergeOrigins(constraintOrigins[low], origins);
-    mergeOrigins(constraintOrigins[high], origins);
+    splitConstraintRecords(edge, nv);
     return nv;
 }

@@ -114,6 +114,19 @@ struct PolygonTask {
     int lo;
 };
 
+/// What stands in for the split of a crossed constraint at the rounded crossing (see
+/// CrossingResolution.cpp).
+struct CrossingPlan {
+    enum Kind { kSplit, kThroughEnd, kThroughApex, kInsert, kDetour, kRefused };
+    Kind kind;
+    /// kThroughEnd, kThroughApex, kDetour: the vertex the constraints are routed through.
+    int vertex;
+    /// kSplit: the triangle whose exit edge is split; kInsert: the one the vertex goes into.
+    int triangle;
+    /// kSplit, kInsert: the point was moved off the rounded crossing.
+    bool moved;
+};
+
 struct RyTriangulationImpl {
     static constexpr std::uint32_t bSpatialSort = 1u << 0;
     static constexpr std::uint32_t bSplitCrossingConstraints = 1u << 1;
@@ -145,6 +158,9 @@ struct RyTriangulationImpl {
     double band = 1e-9;
     /// Stack of triangles whose edge opposite the new vertex is to be checked.
     std::vector<int> flipStack;
+    /// Edges that may not be locally Delaunay since a constraint was rerouted off them, and the
+    /// edges touched after that while the same input edge goes in; legalised at its end.
+    std::vector<PkMeshEdge> suspectEdges;
     /// True once a triangulation call has written the record.
     bool used = false;
 
@@ -236,9 +252,22 @@ struct RyTriangulationImpl {
     void recordConstraint(const PkMeshEdge& piece, const PkMeshEdge& origin);
     void recordConstraint(const PkMeshEdge& piece);
     bool intersectLines(int a, int b, int u, int w, PkGePoint3d& p) const;
-    int crossingEndVertex(int t, int j, int n, const PkGePoint3d& p) const;
+    /// How the walk resolves its crossing with the constraint that is the exit edge of triangle
+    /// t (pivot at local position j, n beyond); p, the rounded crossing, may move a few ulps.
+    CrossingPlan planCrossing(int t, int j, int n, PkGePoint3d& p) const;
+    /// Carries out the plan for the piece a-b and queues what remains of the piece.
+    PkTriangulationStatus resolveCrossing(
+        int t, int j, int n, int a, int b, PkGePoint3d p, std::vector<PkMeshEdge>& pendingEdges);
+    /// Adds the edges of every triangle around the vertex to `suspectEdges`.
+    void noteEdgesAround(int vertex);
+    /// Lawson flips from `suspectEdges` (emptied) until all edges they reach are locally
+    /// Delaunay or constraints.
+    PkTriangulationStatus legalizeSuspectEdges();
     bool allCounterClockwise(const std::vector<int>& slots) const;
     int splitConstraintEdge(const PkMeshEdge& edge, const PkGePoint3d& p, int t);
+    /// Replaces the constraint `edge` (u, w) in the records by (u, v) and (v, w), which carry
+    /// its repeat count and origins; the mesh is not touched.
+    void splitConstraintRecords(const PkMeshEdge& edge, int v);
     void appendVertex(const PkGePoint3d& p);
 
     // --- finishing ---------------------------------------------------------------------------
