@@ -50,8 +50,8 @@ void checkFinite(const py::array_t<double>& a, const std::string& name) {
     for (py::ssize_t i = 0; i < v.shape(0); ++i) {
         for (py::ssize_t j = 0; j < v.shape(1); ++j) {
             if (!std::isfinite(v(i, j))) {
-                bad(name + "[" + std::to_string(i) + "] has a " + "xyz"[j] +
-                    " that is not finite (" + std::to_string(v(i, j)) + ")");
+                bad(name + "[" + std::to_string(i) + "]: " + "xyz"[j] + " is not finite (" +
+                    std::string(py::repr(py::float_(v(i, j)))) + ")");
             }
         }
     }

@@ -152,7 +152,7 @@ struct ProgressRelay {
 double checkedNumber(double value, const char* name) {
     if (!(value >= 0.0) || std::isinf(value)) {
         throw py::value_error(std::string(name) + " must be a finite number >= 0, not " +
-                              std::to_string(value));
+                              std::string(py::repr(py::float_(value))));
     }
     return value;
 }
