@@ -131,7 +131,8 @@ void readGeometry(Request& r,
     collectPolylines(holes, ry::Role::kHole, "holes", lines);
     collectPolylines(breaklines, ry::Role::kBreakline, "breaklines", lines);
     std::size_t rows = r.points;
-    for (const PolylineArg& line : lines) rows += line.coordinates ? std::size_t(line.array.shape(0)) : 0;
+    for (const PolylineArg& line : lines)
+        rows += line.coordinates ? std::size_t(line.array.shape(0)) : 0;
     if (rows > std::size_t(std::numeric_limits<std::int32_t>::max())) {
         bad("too many points: at most 2^31 - 1 with the polylines' coordinates");
     }

@@ -24,8 +24,8 @@ struct Request {
     /// Rows of the `points` argument (the polylines' coordinates follow them in input.xyz).
     std::size_t points = 0;
 
-    py::object pointsArray;      ///< the caller's array when read in place
-    std::vector<double> xyz;     ///< points, then polyline coordinates, when copied
+    py::object pointsArray;   ///< the caller's array when read in place
+    std::vector<double> xyz;  ///< points, then polyline coordinates, when copied
     std::vector<std::int32_t> lineVertices;
     std::vector<double> holePoints;
 };

@@ -135,7 +135,10 @@ struct ProgressRelay {
     py::object callback;
     std::optional<py::error_already_set> error;
 
-    static bool relay(void* context, ry::SurfacePhase phase, std::int64_t done, std::int64_t total) {
+    static bool relay(void* context,
+                      ry::SurfacePhase phase,
+                      std::int64_t done,
+                      std::int64_t total) {
         static const char* const kPhases[] = {"merge", "vertices", "constraints", "finish"};
         auto& self = *static_cast<ProgressRelay*>(context);
         py::gil_scoped_acquire gil;
