@@ -1,5 +1,6 @@
 # One step of the consumer tests (ConsumerTests.cmake), run with cmake -P:
-#   MODE=library    configure, build and install the libraries alone (no tool) into PREFIX
+#   MODE=library    configure, build and install the libraries alone (no tool, no Python
+#                   module) into PREFIX
 #   MODE=cmake      build examples/minimal_host against PREFIX with find_package, and run it
 #   MODE=pkgconfig  compile it with the flags pkg-config reads from PREFIX, and run it
 # The run must print the example's result line and exit 0.
@@ -38,7 +39,7 @@ if(MODE STREQUAL "library")
     file(REMOVE_RECURSE "${PREFIX}")
     run("${CMAKE_COMMAND}" -S "${SOURCE_DIR}" -B "${BUILD_DIR}" ${configure_args}
         "-DBUILD_SHARED_LIBS=${SHARED}" -DRY_BUILD_TESTS=OFF -DRY_BUILD_BENCHMARKS=OFF
-        -DRY_BUILD_TOOLS=OFF -DRY_CONSUMER_TEST=OFF)
+        -DRY_BUILD_TOOLS=OFF -DRY_BUILD_PYTHON=OFF -DRY_CONSUMER_TEST=OFF)
     run("${CMAKE_COMMAND}" --build "${BUILD_DIR}" --target RyTriangulation RySurface --parallel 2)
     run("${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${PREFIX}")
     return()
