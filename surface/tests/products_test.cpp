@@ -134,7 +134,7 @@ TEST(Contours, ConeGivesOneClosedRingPerLevelEnclosingTheAreaAbove) {
     cone.add(0, 0, 6);
     for (int r = 1; r <= 6; ++r) {
         for (int k = 0; k < 6 * r; ++k) {
-            const double a = (k + 0.5 * (r % 2)) * 2 * M_PI / (6 * r);
+            const double a = (k + 0.5 * (r % 2)) * 6.283185307179586 / (6 * r);
             cone.add(r * std::cos(a), r * std::sin(a), 6 - r);
         }
     }
