@@ -57,7 +57,8 @@ const char* const kUsage =
     "  --duplicates first|mean|error\n"
     "                      the height of points at the same x, y: the first, their mean, or\n"
     "                      stop when they differ (default first; differences are reported)\n"
-    "  --demo              use the embedded demonstration site instead of a file\n"
+    "  --demo              use the embedded demonstration site instead of a file (with\n"
+    "                      contours every 1 unless --contours is given)\n"
     "\n"
     "Output:\n"
     "  -o, --output FILE   write the mesh; FILE ending in .obj writes Wavefront OBJ (faces, and\n"
@@ -283,6 +284,7 @@ int parseOptions(int argc, char** argv, Options& o) {
             return usageError("more than one input file ('" + o.input + "' and '" + arg + "')");
         }
     }
+    if (o.demo && o.contourInterval == 0.0) o.contourInterval = 1.0;
     return checkCombination(o);
 }
 

@@ -309,8 +309,12 @@ void appendTriangle(std::string& to, const ry::Surface& s, const Frame& frame, c
 }
 
 /// Kept triangles filled by mean height, removed ones outlined; `stroke` is the line width.
-void drawTriangles(
-    std::string& body, const ry::Surface& s, const Frame& frame, bool drawRemoved, double stroke) {
+void drawTriangles(std::string& body,
+                   const ry::Surface& s,
+                   const Frame& frame,
+                   bool drawRemoved,
+                   double stroke,
+                   bool faint) {
     if (drawRemoved && !s.removedTriangles.empty()) {
         body += "<g fill=\"none\" stroke=\"#9a9a9a\" stroke-width=\"";
         appendPixel(body, stroke);
@@ -321,8 +325,10 @@ void drawTriangles(
         }
         body += "</g>\n";
     }
-    body +=
-        "<g stroke=\"#303030\" stroke-opacity=\"0.7\" stroke-linejoin=\"round\" stroke-width=\"";
+    // Fainter under contours, which then carry the shape.
+    body += faint ? "<g stroke=\"#303030\" stroke-opacity=\"0.35\""
+                  : "<g stroke=\"#303030\" stroke-opacity=\"0.7\"";
+    body += " stroke-linejoin=\"round\" stroke-width=\"";
     appendPixel(body, stroke);
     body += "\">\n";
     for (std::size_t t = 0; t < s.triangleCount(); ++t) {
@@ -646,7 +652,14 @@ void writeSvg(const MeshOutput& mesh, const SvgOptions& options, OutputFile& out
         notes.push_back(drawGrid(body, s, frame, options.triangleLimit));
     } else {
         const std::size_t drawn = kept + (drawRemoved ? removed : 0);
-        drawTriangles(body, s, frame, drawRemoved, drawn > 20000 ? 0.08 : drawn > 2000 ? 0.2 : 0.4);
+        drawTriangles(body,
+                      s,
+                      frame,
+                      drawRemoved,
+                      drawn > 20000  ? 0.08
+                      : drawn > 2000 ? 0.2
+                                     : 0.4,
+                      mesh.contours != nullptr);
     }
     if (removed > 0 && !drawRemoved) {
         notes.push_back(std::to_string(removed) +
