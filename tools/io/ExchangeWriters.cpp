@@ -294,6 +294,53 @@ void writeDxfHead(const MeshOutput& mesh, DxfOut& d) {
     d.text(0, "ENDSEC");
 }
 
+/// Each vertex's x, y and z as text, each ending in a newline, formatted once: a vertex is a
+/// corner of about six faces. Value a of vertex v is text[end[3v + a - 1] .. end[3v + a]).
+struct VertexText {
+    std::string text;
+    std::vector<std::size_t> end{0};
+
+    explicit VertexText(const MeshOutput& mesh) {
+        const std::size_t n = mesh.surface.vertexCount();
+        text.reserve(n * 60);
+        end.reserve(3 * n + 1);
+        for (std::size_t v = 0; v < n; ++v) {
+            const PkGePoint3d p = spaceVertex(mesh, std::int32_t(v));
+            for (double c : {p.x, p.y, p.z}) {
+                appendNumber(text, c);
+                text += '\n';
+                end.push_back(text.size());
+            }
+        }
+    }
+    std::string_view value(std::int32_t v, int a) const {
+        const std::size_t i = 3 * std::size_t(v) + std::size_t(a);
+        return std::string_view(text).substr(end[i], end[i + 1] - end[i]);
+    }
+};
+
+/// A 3DFACE per kept triangle, its fourth corner repeating the third.
+void writeFaces(const MeshOutput& mesh, OutputFile& out) {
+    static const char* const kCodes[4][3] = {{" 10\n", " 20\n", " 30\n"},
+                                             {" 11\n", " 21\n", " 31\n"},
+                                             {" 12\n", " 22\n", " 32\n"},
+                                             {" 13\n", " 23\n", " 33\n"}};
+    const VertexText text(mesh);
+    const std::vector<std::int32_t>& triangles = mesh.surface.triangles;
+    std::string face;  // one face, then one write
+    for (std::size_t t = 0; t < triangles.size(); t += 3) {
+        face = "  0\n3DFACE\n  8\nTIN\n";
+        for (int k = 0; k < 4; ++k) {
+            const std::int32_t v = triangles[t + std::size_t(std::min(k, 2))];
+            for (int a = 0; a < 3; ++a) {
+                face.append(kCodes[k][a], 4);
+                face += text.value(v, a);
+            }
+        }
+        out.write(face);
+    }
+}
+
 /// A POLYLINE with its VERTEXes and SEQEND; `flags` 8 for a 3D polyline, 0 for a 2D one at
 /// `elevation`, plus 1 when closed.
 template <class Vertex>
@@ -322,13 +369,7 @@ void writeDxf(const MeshOutput& mesh, const ExchangeOptions&, OutputFile& out) {
     writeDxfHead(mesh, d);
     d.text(0, "SECTION");
     d.text(2, "ENTITIES");
-    for (std::size_t t = 0; t < s.triangleCount(); ++t) {
-        d.text(0, "3DFACE");
-        d.text(8, "TIN");
-        for (int k = 0; k < 4; ++k) {  // the fourth corner repeats the third
-            d.point(10 + k, spaceVertex(mesh, s.triangles[3 * t + std::size_t(std::min(k, 2))]));
-        }
-    }
+    writeFaces(mesh, out);
     const LinePaths paths = linePaths(s);
     for (std::size_t k = 0; k < paths.count(); ++k) {
         const std::int32_t* v = &paths.vertices[paths.offsets[k]];
