@@ -277,6 +277,11 @@ bool finishLandXml(const LandXmlState& st, bool root) {
     }
     addLines(st);
     if (!site.ids.empty()) site.ids.resize(site.points.size());
+    // Without heights anywhere, 2D points and lines lie at 0; else one without a height takes it
+    // from a coincident point or the surface (NaN), as the vertices of line files do.
+    for (PkGePoint3d& p : site.points) {
+        if (!site.hasHeights && std::isnan(p.z)) p.z = 0.0;
+    }
     if (st.surfaces > 1) {
         site.warnings.push_back(st.path + ": " + std::to_string(st.surfaces - 1) +
                                 " more surface(s) ignored: only the first is read");

@@ -551,6 +551,28 @@ void drawContours(std::string& body, const ContourSet& c, const Frame& frame) {
             labels + "</g>\n";
 }
 
+/// The legend's entry for the contours: their style, interval and index interval.
+std::string contourKey(const ContourSet& contours, double x, double y) {
+    char text[512];
+    std::snprintf(text,
+                  sizeof text,
+                  "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" "
+                  "stroke-width=\"1.1\"/><text x=\"%.1f\" y=\"%.1f\">contours %s</text>\n"
+                  "<text x=\"%.1f\" y=\"%.1f\">(index %s)</text>\n",
+                  x,
+                  y - 4.0,
+                  x + 18.0,
+                  y - 4.0,
+                  kContourColour,
+                  x + 24.0,
+                  y,
+                  formatHeight(contours.interval).c_str(),
+                  x + 24.0,
+                  y + 16.0,
+                  formatHeight(5.0 * contours.interval).c_str());
+    return text;
+}
+
 /// The height ramp from bottom (low) to top (high) at (x, y), and a key of the line styles.
 std::string legend(const ry::Surface& s, const Frame& frame, const ContourSet* contours, double x) {
     std::string out = "<defs><linearGradient id=\"ramp\" x1=\"0\" y1=\"1\" x2=\"0\" y2=\"0\">";
@@ -612,26 +634,7 @@ std::string legend(const ry::Surface& s, const Frame& frame, const ContourSet* c
                       style.label);
         out += text;
     }
-    if (contours && contours->lines.lineCount() > 0) {
-        keyY += 30.0;
-        std::snprintf(text,
-                      sizeof text,
-                      "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" "
-                      "stroke-width=\"1.1\"/><text x=\"%.1f\" y=\"%.1f\">contours %s</text>\n"
-                      "<text x=\"%.1f\" y=\"%.1f\">(index %s)</text>\n",
-                      x,
-                      keyY - 4.0,
-                      x + 18.0,
-                      keyY - 4.0,
-                      kContourColour,
-                      x + 24.0,
-                      keyY,
-                      formatHeight(contours->interval).c_str(),
-                      x + 24.0,
-                      keyY + 16.0,
-                      formatHeight(5.0 * contours->interval).c_str());
-        out += text;
-    }
+    if (contours && contours->lines.lineCount() > 0) out += contourKey(*contours, x, keyY + 30.0);
     return out;
 }
 
