@@ -384,15 +384,19 @@ void writeDxf(const MeshOutput& mesh, const ExchangeOptions&, OutputFile& out) {
         const ry::Contours& c = mesh.contours->lines;
         for (std::size_t l = 0; l < c.lineCount(); ++l) {
             const std::size_t first = c.offsets[l];
-            writePolyline(d,
-                          mesh.contours->index[l] ? "CONTOUR_INDEX" : "CONTOUR",
-                          c.closed[l] ? 1 : 0,
-                          c.level[l],
-                          c.offsets[l + 1] - first,
-                          [&](std::size_t i) {
-                              return PkGePoint3d(
-                                  c.xy[2 * (first + i)], c.xy[2 * (first + i) + 1], c.level[l]);
-                          });
+            // At their elevation in the plan; 3D when triangulated in another plane.
+            const int flags = (mesh.plane == 0 ? 0 : 8) | (c.closed[l] ? 1 : 0);
+            writePolyline(
+                d,
+                mesh.contours->index[l] ? "CONTOUR_INDEX" : "CONTOUR",
+                flags,
+                mesh.plane == 0 ? c.level[l] : 0.0,
+                c.offsets[l + 1] - first,
+                [&](std::size_t i) {
+                    return toSpace(
+                        PkGePoint3d(c.xy[2 * (first + i)], c.xy[2 * (first + i) + 1], c.level[l]),
+                        mesh.plane);
+                });
         }
     }
     d.text(0, "ENDSEC");
