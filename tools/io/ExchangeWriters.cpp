@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <ctime>
+#include <iterator>
 #include <unordered_set>
 
 namespace rytri {
