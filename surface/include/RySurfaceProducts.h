@@ -39,8 +39,8 @@ struct Contours {
 /// counts as above it, for every triangle alike, so lines never branch or run twice along an
 /// edge: a line may run along mesh edges through such vertices, and two lines may touch at one
 /// (a saddle). Each line is joined across the triangles through their neighbours; no two
-/// consecutive vertices are equal, and a line that shrinks to a point (a peak exactly at a level)
-/// is left out.
+/// consecutive vertices are equal. What is above a level only along a line or at a point (a
+/// ridge or a peak exactly at the level, lower ground on both sides) gives no line there.
 RYSURFACE_EXPORT Contours contourLines(const Surface& surface, ArrayView<double> levels);
 
 /// Volumes between the kept triangles and a horizontal datum, each triangle split exactly where
