@@ -1,8 +1,9 @@
 // Fuzzes rytri's input readers. The first byte picks the format; the rest becomes the file:
 //   0: plain points, 1: .node, 2: .poly, 3: .obj,
-//   4: plain points and an edge list, split at the first zero byte.
+//   4: plain points and an edge list, split at the first zero byte, 5: LandXML.
 // Whatever the bytes, a reader must return (no crash, hang or sanitizer report), and:
-//   - on success every coordinate is finite and every edge joins two distinct points of the
+//   - on success every x and y is finite, every z finite or NaN (no height: LandXML's 2D
+//     points and lines take one from the surface), and every edge joins two distinct points of the
 //     site (a .obj line element may repeat a vertex: that edge holds (-1, -1), which the
 //     library skips);
 //   - on failure the message names the file, with a line number for a problem in the text.
@@ -28,7 +29,7 @@ namespace {
 
 void checkSite(const rytri::Site& site, bool objFormat, const std::string& path) {
     for (const PkGePoint3d& p : site.points) {
-        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+        if (!std::isfinite(p.x) || !std::isfinite(p.y) || std::isinf(p.z))
             fail("a non-finite coordinate was accepted", path);
     }
     const long long n = static_cast<long long>(site.points.size());
@@ -52,10 +53,10 @@ void checkError(const std::string& error, const std::string& path) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
-    const int format = data[0] % 5;
+    const int format = data[0] % 6;
     const std::string_view body(reinterpret_cast<const char*>(data + 1), size - 1);
     static const char* const kNames[] = {
-        "points.xyz", "site.node", "site.poly", "site.obj", "points.xyz"};
+        "points.xyz", "site.node", "site.poly", "site.obj", "points.xyz", "site.xml"};
     const std::filesystem::path path = scratch::directory("rytri_reader_fuzz") / kNames[format];
     std::string_view text = body, edgeText;
     if (format == 4) {

@@ -26,6 +26,8 @@ const char* const kUsage =
     "                 around the hole points and outside the outermost segments are removed\n"
     "  .obj           'v x y [z]' vertices and 'l a b ...' line elements as constraint edges\n"
     "                 (in groups named boundary, hole or breakline: with that role)\n"
+    "  .xml, .landxml LandXML: the points (Pnts, CgPoints), breaklines and boundaries (outer,\n"
+    "                 island; void as holes) of the first surface; its faces are not read\n"
     "  anything else  plain points, one per line, fields separated by blanks, commas or\n"
     "                 semicolons, '#' comments: 'x y [z]', or the columns of a header line\n"
     "                 (such as point,northing,easting,elevation,description) or of --columns\n"
@@ -48,27 +50,45 @@ const char* const kUsage =
     "  --columns ORDER     the fields of a point line: P point id, N northing (y), E easting\n"
     "                      (x), Z height, D description, X, Y, or - to skip; e.g. PNEZD, PENZD,\n"
     "                      NEZ, ENZ, XYZ, XY\n"
-    "  --format FMT        read the input as points, node, poly or obj whatever its name\n"
+    "  --format FMT        read the input as points, node, poly, obj or landxml whatever its\n"
+    "                      name\n"
     "  --default-z Z       height of point lines and line vertices that have none (else a\n"
     "                      line without z among lines with z is an error)\n"
     "  --duplicates first|mean|error\n"
     "                      the height of points at the same x, y: the first, their mean, or\n"
     "                      stop when they differ (default first; differences are reported)\n"
-    "  --demo              use the embedded demonstration site instead of a file\n"
+    "  --demo              use the embedded demonstration site instead of a file (with\n"
+    "                      contours every 1 unless --contours is given)\n"
     "\n"
     "Output:\n"
     "  -o, --output FILE   write the mesh; FILE ending in .obj writes Wavefront OBJ (faces, and\n"
     "                      constraint edges as 'l' lines); ending in .node or .ele writes the\n"
     "                      pair NAME.node and NAME.ele (and NAME.poly with the constraint\n"
-    "                      edges). '-' writes OBJ to standard output. May be given more than\n"
-    "                      once. A symbolic link is followed; a device or FIFO is written in\n"
-    "                      place.\n"
+    "                      edges); .xml or .landxml LandXML 1.2 (the TIN, point ids kept, with\n"
+    "                      its breaklines and boundaries); .dxf ASCII DXF (R12 entities:\n"
+    "                      3DFACEs, lines and contours, each kind on a layer); .geojson the\n"
+    "                      contours (needs --contours). '-' writes OBJ to standard output. May\n"
+    "                      be given more than once. A symbolic link is followed; a device or\n"
+    "                      FIFO is written in place.\n"
     "  --svg FILE          draw the mesh: kept triangles filled by height, removed ones\n"
     "                      outlined, constraint lines by role ('-': standard output)\n"
     "  --svg-limit N       above N triangles the picture shows a grid of mean heights instead of\n"
     "                      every triangle, so that a browser can still render it (default 200000)\n"
+    "  --report FILE       every figure of the summary (counts, areas, volumes, times) as JSON\n"
+    "  --units m|ft|usft   the linear unit LandXML names (default m: metres)\n"
     "  --out-dir DIR       with neither -o nor --svg, write DIR/NAME.obj and DIR/NAME.svg (NAME:\n"
     "                      the input's name without extension, 'site' for the demo); default '.'\n"
+    "\n"
+    "Surface products:\n"
+    "  --contours I        contour lines every I of height, from --contour-base Z (default 0):\n"
+    "                      drawn in the SVG (every fifth, the index contours, labelled), written\n"
+    "                      to DXF and GeoJSON. A vertex exactly at a level counts as above it.\n"
+    "  --volume-datum Z    cut (surface above Z) and fill (below Z) volumes against the level Z,\n"
+    "                      each triangle split exactly where it crosses it; plan and sloped areas\n"
+    "  --max-edge L        trim the hull: remove, repeatedly, border triangles with an edge on\n"
+    "                      the border longer than L (plan length). A triangle with an edge on a\n"
+    "                      constraint line (boundary, hole, breakline) is never removed: lines\n"
+    "                      stop the trimming and stay in the surface\n"
     "\n"
     "Triangulation options:\n"
     "  --keep all|inside   all: every triangle of the convex hull; inside (the default when\n"
@@ -127,9 +147,12 @@ int parseChoice(const std::string& arg, const std::string& v, bool present, Opti
                                      : ry::Duplicates::kError;
     } else if (arg == "--format") {
         if (!parseFormat(v, o.read.format)) {
-            return usageError("--format takes points, node, poly or obj, not '" + v + "'");
+            return usageError("--format takes points, node, poly, obj or landxml, not '" + v + "'");
         }
         o.read.hasFormat = true;
+    } else if (arg == "--units") {
+        if (v != "m" && v != "ft" && v != "usft") return usageError("--units takes m, ft or usft");
+        o.units = v == "m" ? Units::kMeter : v == "ft" ? Units::kFoot : Units::kUsSurveyFoot;
     } else if (arg == "--columns") {
         ColumnSpec spec;
         std::string error;
@@ -153,15 +176,25 @@ int parseValue(const std::string& arg, const std::string& v, bool present, Optio
     } else if (arg == "--tolerance" || arg == "--cdt-tolerance") {
         if (!isNumber || number < 0.0) return usageError(arg + " needs a number >= 0");
         (arg == "--tolerance" ? o.tolerance : o.cdtTolerance) = number;
+    } else if (arg == "--contours" || arg == "--max-edge") {
+        if (!isNumber || !(number > 0.0)) return usageError(arg + " needs a number > 0");
+        (arg == "--contours" ? o.contourInterval : o.maxEdge) = number;
+    } else if (arg == "--contour-base" || arg == "--volume-datum") {
+        if (!isNumber) return usageError(arg + " needs a number");
+        (arg == "--contour-base" ? o.contourBase : o.datum) = number;
+        o.hasDatum |= arg == "--volume-datum";
     } else if (arg == "--default-z") {
         if (!isNumber) return usageError("--default-z needs a number");
         o.read.defaultZ = number;
     } else if (arg == "-o" || arg == "--output") {
         if (!present) return usageError(arg + " needs a file name");
         o.outputs.push_back(v);
-    } else if (arg == "--svg" || arg == "--out-dir" || arg == "--edges") {
+    } else if (arg == "--svg" || arg == "--out-dir" || arg == "--edges" || arg == "--report") {
         if (!present) return usageError(arg + " needs a file name");
-        (arg == "--svg" ? o.svg : arg == "--edges" ? o.edgesFile : o.outDir) = v;
+        (arg == "--svg"      ? o.svg
+         : arg == "--edges"  ? o.edgesFile
+         : arg == "--report" ? o.report
+                             : o.outDir) = v;
     } else if (arg == "--boundary" || arg == "--hole" || arg == "--breaklines") {
         if (!present) return usageError(arg + " needs a file name");
         const ry::Role role = arg == "--boundary" ? ry::Role::kBoundary
@@ -213,6 +246,9 @@ int checkCombination(const Options& o) {
     stdinUses += o.edgesFile == "-";
     for (const LineFile& f : o.lineFiles) stdinUses += f.path == "-";
     if (stdinUses > 1) return usageError("standard input ('-') can be read only once");
+    if (o.contourBase != 0.0 && o.contourInterval == 0.0) {
+        return usageError("--contour-base needs --contours INTERVAL");
+    }
     return -1;
 }
 
@@ -248,6 +284,7 @@ int parseOptions(int argc, char** argv, Options& o) {
             return usageError("more than one input file ('" + o.input + "' and '" + arg + "')");
         }
     }
+    if (o.demo && o.contourInterval == 0.0) o.contourInterval = 1.0;
     return checkCombination(o);
 }
 

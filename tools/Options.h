@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "RySurface.h"
+#include "io/ExchangeWriters.h"
 #include "io/SiteReaders.h"
 
 namespace rytri {
@@ -41,6 +42,13 @@ struct Options {
     bool quiet = false;
     int progress = -1;  ///< -1 when stderr is a terminal, 1 --progress
     long long svgLimit = 200000;
+    double contourInterval = 0.0;  ///< 0: no contours
+    double contourBase = 0.0;
+    bool hasDatum = false;
+    double datum = 0.0;
+    double maxEdge = -1.0;  ///< < 0: no hull trimming
+    std::string report;
+    Units units = Units::kMeter;
 };
 
 /// Returns -1 when the run should go on, else the exit code (help, version, usage errors).

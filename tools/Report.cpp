@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "RyTriangulation.h"
+#include "io/OutputFile.h"
 
 #ifndef RYTRI_VERSION
 #define RYTRI_VERSION "unknown"
@@ -139,6 +140,82 @@ std::string segmentText(const Site& site, const ry::MissingSegment& m) {
     return describeLine(site, std::size_t(m.line)) + ": the segment from " +
            site.where(std::size_t(m.from)) + " to " + site.where(std::size_t(m.to));
 }
+
+/// The lines of --max-edge, --contours and --volume-datum.
+void printProducts(std::FILE* out, const Options& o, const RunFigures& f) {
+    if (o.maxEdge > 0) {
+        std::fprintf(out,
+                     "  hull trim    %s removed (border edges longer than %s)\n",
+                     counted(f.trimmed, "triangle", "triangles").c_str(),
+                     number(o.maxEdge).c_str());
+    }
+    if (o.contourInterval > 0) {
+        std::fprintf(out,
+                     "  contours     %s at %s (every %s from %s)\n",
+                     counted(f.contourLines, "line", "lines").c_str(),
+                     counted(f.contourLevels, "level", "levels").c_str(),
+                     number(o.contourInterval).c_str(),
+                     number(o.contourBase).c_str());
+    }
+    if (f.hasVolumes) {
+        const ry::Volumes& v = f.volumes;
+        std::fprintf(out,
+                     "  volumes      datum %s: cut %s, fill %s (plan area above %s, below %s)\n"
+                     "  areas        plan %s, sloped %s\n",
+                     number(v.datum, 10).c_str(),
+                     number(v.cut, 10).c_str(),
+                     number(v.fill, 10).c_str(),
+                     number(v.cutArea, 10).c_str(),
+                     number(v.fillArea, 10).c_str(),
+                     number(v.area2d, 10).c_str(),
+                     number(v.area3d, 10).c_str());
+    }
+}
+
+/// A JSON object written member by member.
+class JsonObject {
+public:
+    explicit JsonObject(std::string& text) : text(text) { text += "{"; }
+    void key(const char* name) {
+        text += first ? "\n  \"" : ",\n  \"";
+        text += name;
+        text += "\": ";
+        first = false;
+    }
+    void number(const char* name, double value) {
+        key(name);
+        if (std::isfinite(value)) {
+            appendNumber(text, value);
+        } else {
+            text += "null";
+        }
+    }
+    void string(const char* name, const std::string& value) {
+        key(name);
+        quote(value);
+    }
+    void quote(const std::string& value) {
+        text += '"';
+        for (unsigned char c : value) {
+            if (c == '"' || c == '\\') {
+                text += '\\';
+                text += char(c);
+            } else if (c < 0x20) {
+                char escaped[8];
+                std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+                text += escaped;
+            } else {
+                text += char(c);
+            }
+        }
+        text += '"';
+    }
+    void close() { text += "\n}"; }
+
+private:
+    std::string& text;
+    bool first = true;
+};
 
 }  // namespace
 
@@ -285,13 +362,17 @@ void printSummary(std::FILE* out, const ry::Surface& s, const Options& o, const 
                      number(f.outerArea, 10).c_str(),
                      number(f.holeArea, 10).c_str());
     }
+    printProducts(out, o, f);
+    const bool products = o.maxEdge > 0 || o.contourInterval > 0 || o.hasDatum;
     std::fprintf(
         out,
-        "  time         read %s, clean-up %s, triangulate %s, finish %s, write %s; total %s\n",
+        "  time         read %s, clean-up %s, triangulate %s, finish %s, %s%swrite %s; total %s\n",
         formatMs(f.readMs).c_str(),
         o.dedupe ? formatMs(f.cleanMs).c_str() : "off",
         formatMs(f.triangulateMs).c_str(),
         formatMs(f.finishMs).c_str(),
+        products ? "products " : "",
+        products ? (formatMs(f.productsMs) + ", ").c_str() : "",
         formatMs(f.writeMs).c_str(),
         formatMs(f.totalMs).c_str());
     if (o.stats) {
@@ -324,6 +405,66 @@ void printSummary(std::FILE* out, const ry::Surface& s, const Options& o, const 
         std::fprintf(out, "%s %s", i == 0 ? "" : ",", f.written[i].c_str());
     }
     std::fprintf(out, "\n");
+}
+
+}  // namespace rytri
+
+namespace rytri {
+
+void writeReport(const ry::Surface& s, const Options& o, const RunFigures& f, OutputFile& out) {
+    std::string text;
+    JsonObject r(text);
+    r.string("tool", "rytri");
+    r.string("version", RYTRI_VERSION);
+    r.string("input", f.label);
+    r.number("pointsRead", double(f.pointsRead));
+    r.number("repeatedMerged", double(s.repeatedPoints));
+    r.number("heightConflicts", double(s.conflictCount));
+    r.number("vertices", double(s.vertexCount() - s.crossingVertices));
+    r.number("crossingVertices", double(s.crossingVertices));
+    r.number("constraintEdges", double(s.edgeCount()));
+    r.number("trianglesKept", double(s.triangleCount()));
+    r.number("trianglesRemoved", double(s.allTriangles - s.triangleCount()));
+    r.number("keptArea", s.keptArea);
+    if (f.siteArea >= 0) r.number("siteArea", f.siteArea);
+    if (o.maxEdge > 0) {
+        r.number("maxEdge", o.maxEdge);
+        r.number("trianglesTrimmed", double(f.trimmed));
+    }
+    if (o.contourInterval > 0) {
+        r.number("contourInterval", o.contourInterval);
+        r.number("contourBase", o.contourBase);
+        r.number("contourLevels", double(f.contourLevels));
+        r.number("contourLines", double(f.contourLines));
+    }
+    if (f.hasVolumes) {
+        r.number("datum", f.volumes.datum);
+        r.number("cut", f.volumes.cut);
+        r.number("fill", f.volumes.fill);
+        r.number("cutArea", f.volumes.cutArea);
+        r.number("fillArea", f.volumes.fillArea);
+        r.number("area2d", f.volumes.area2d);
+        r.number("area3d", f.volumes.area3d);
+    }
+    const std::pair<const char*, double> times[] = {{"readMs", f.readMs},
+                                                    {"cleanUpMs", f.cleanMs},
+                                                    {"triangulateMs", f.triangulateMs},
+                                                    {"finishMs", f.finishMs},
+                                                    {"productsMs", f.productsMs},
+                                                    {"writeMs", f.writeMs},
+                                                    {"totalMs", f.totalMs}};
+    for (const auto& t : times) r.number(t.first, t.second);
+    if (f.peakKiB >= 0) r.number("peakMemoryMiB", double(f.peakKiB) / 1024.0);
+    r.key("written");
+    text += "[";
+    for (std::size_t i = 0; i < f.written.size(); ++i) {
+        if (i > 0) text += ", ";
+        r.quote(f.written[i]);
+    }
+    text += "]";
+    r.close();
+    text += "\n";
+    out.write(text);
 }
 
 }  // namespace rytri

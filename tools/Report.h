@@ -8,7 +8,9 @@
 
 #include "Options.h"
 #include "RySurface.h"
+#include "RySurfaceProducts.h"
 #include "Site.h"
+#include "io/OutputFile.h"
 
 namespace rytri {
 
@@ -33,6 +35,12 @@ struct RunFigures {
     double siteArea = -1, outerArea = 0, holeArea = 0;  ///< the demo's polygons (siteArea >= 0)
     long peakKiB = -1;
     std::vector<std::string> written;
+    // What was made from the surface (--max-edge, --contours, --volume-datum).
+    double productsMs = 0;
+    std::size_t trimmed = 0;
+    std::size_t contourLevels = 0, contourLines = 0;
+    bool hasVolumes = false;
+    ry::Volumes volumes;
 };
 
 /// The summary of a successful run, to `out`.
@@ -40,6 +48,12 @@ void printSummary(std::FILE* out,
                   const ry::Surface& surface,
                   const Options& o,
                   const RunFigures& figures);
+
+/// The figures of the summary as a JSON object.
+void writeReport(const ry::Surface& surface,
+                 const Options& o,
+                 const RunFigures& figures,
+                 OutputFile& out);
 
 /// "N name(s)".
 std::string counted(std::size_t n, const char* one, const char* many);

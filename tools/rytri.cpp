@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,7 +22,9 @@
 #include "Progress.h"
 #include "Report.h"
 #include "RySurface.h"
+#include "RySurfaceProducts.h"
 #include "Site.h"
+#include "io/ExchangeWriters.h"
 #include "io/MeshWriters.h"
 #include "io/OutputFile.h"
 #include "io/Platform.h"
@@ -55,47 +58,46 @@ PkGePoint3d toPlane(const PkGePoint3d& p, int plane) {
 }
 
 struct PlannedOutput {
-    enum Kind { kObj, kNodeEle, kSvg } kind;
+    enum Kind { kObj, kNodeEle, kSvg, kLandXml, kDxf, kGeoJson, kReport } kind;
     std::string path;  // for kNodeEle: the name without extension
 };
 
-/// The outputs, planned first: a bad name fails before any work. -1 when all is well.
-int planOutputs(const Options& o, std::vector<PlannedOutput>& planned) {
-    for (const std::string& path : o.outputs) {
-        std::string ext;
-        const std::size_t dot = path.find_last_of('.');
-        const std::size_t slash = path.find_last_of(kPathSeparators);
-        if (dot != std::string::npos && (slash == std::string::npos || dot > slash))
-            ext = path.substr(dot);
-        for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
-        const FileKind kind = fileKind(path);
-        const bool special = kind.exists && !kind.regular;
-        if (ext == ".obj" || OutputFile::isStandardOutput(path) || (ext.empty() && special)) {
-            planned.push_back({PlannedOutput::kObj, path});
-        } else if (ext == ".node" || ext == ".ele") {
-            planned.push_back({PlannedOutput::kNodeEle, path.substr(0, dot)});
-        } else if (ext == ".svg") {
-            planned.push_back({PlannedOutput::kSvg, path});
-        } else {
-            return usageError("cannot tell the format of output '" + path +
-                              "': use a name ending in .obj, .node, .ele or .svg, or '-' (a "
-                              "device or FIFO without extension gets .obj)");
+/// The format of output `path` from its extension. -1 when all is well.
+int planOutput(const std::string& path, const Options& o, std::vector<PlannedOutput>& planned) {
+    std::string ext;
+    const std::size_t dot = path.find_last_of('.');
+    const std::size_t slash = path.find_last_of(kPathSeparators);
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash))
+        ext = path.substr(dot);
+    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+    const FileKind kind = fileKind(path);
+    const bool special = kind.exists && !kind.regular;
+    if (ext == ".obj" || OutputFile::isStandardOutput(path) || (ext.empty() && special)) {
+        planned.push_back({PlannedOutput::kObj, path});
+    } else if (ext == ".node" || ext == ".ele") {
+        planned.push_back({PlannedOutput::kNodeEle, path.substr(0, dot)});
+    } else if (ext == ".svg") {
+        planned.push_back({PlannedOutput::kSvg, path});
+    } else if (ext == ".xml" || ext == ".landxml") {
+        planned.push_back({PlannedOutput::kLandXml, path});
+    } else if (ext == ".dxf") {
+        planned.push_back({PlannedOutput::kDxf, path});
+    } else if (ext == ".geojson") {
+        if (o.contourInterval <= 0.0) {
+            return usageError("'" + path +
+                              "': GeoJSON output holds the contours: give --contours INTERVAL");
         }
+        planned.push_back({PlannedOutput::kGeoJson, path});
+    } else {
+        return usageError("cannot tell the format of output '" + path +
+                          "': use a name ending in .obj, .node, .ele, .svg, .xml, .landxml, .dxf "
+                          "or .geojson, or '-' (a device or FIFO without extension gets .obj)");
     }
-    if (!o.svg.empty()) planned.push_back({PlannedOutput::kSvg, o.svg});
-    int toStandardOutput = 0;
-    for (const PlannedOutput& p : planned) toStandardOutput += OutputFile::isStandardOutput(p.path);
-    if (toStandardOutput > 1) return usageError("only one output can go to standard output ('-')");
-    if (planned.empty()) {
-        const std::string stem =
-            o.outDir + "/" + (o.demo || o.input == "-" ? std::string("site") : baseName(o.input));
-        if (!makeDirectories(o.outDir)) {
-            printError("cannot create directory '" + o.outDir + "': " + std::strerror(errno));
-            return kExitUsage;
-        }
-        planned.push_back({PlannedOutput::kObj, stem + ".obj"});
-        planned.push_back({PlannedOutput::kSvg, stem + ".svg"});
-    }
+    return -1;
+}
+
+/// No output may overwrite an input. -1 when all is well.
+int checkOverwrite(const Options& o, const std::vector<PlannedOutput>& planned) {
     std::vector<std::string> inputs = {o.input, o.edgesFile};
     for (const LineFile& f : o.lineFiles) inputs.push_back(f.path);
     for (const PlannedOutput& p : planned) {
@@ -115,6 +117,31 @@ int planOutputs(const Options& o, std::vector<PlannedOutput>& planned) {
     return -1;
 }
 
+/// The outputs, planned first: a bad name fails before any work. -1 when all is well.
+int planOutputs(const Options& o, std::vector<PlannedOutput>& planned) {
+    for (const std::string& path : o.outputs) {
+        if (const int code = planOutput(path, o, planned); code >= 0) return code;
+    }
+    if (!o.svg.empty()) planned.push_back({PlannedOutput::kSvg, o.svg});
+    int toStandardOutput = 0;
+    for (const PlannedOutput& p : planned) toStandardOutput += OutputFile::isStandardOutput(p.path);
+    toStandardOutput += OutputFile::isStandardOutput(o.report);
+    if (toStandardOutput > 1) return usageError("only one output can go to standard output ('-')");
+    if (planned.empty()) {
+        const std::string stem =
+            o.outDir + "/" + (o.demo || o.input == "-" ? std::string("site") : baseName(o.input));
+        if (!makeDirectories(o.outDir)) {
+            printError("cannot create directory '" + o.outDir + "': " + std::strerror(errno));
+            return kExitUsage;
+        }
+        planned.push_back({PlannedOutput::kObj, stem + ".obj"});
+        planned.push_back({PlannedOutput::kSvg, stem + ".svg"});
+    }
+    // The report comes last: it lists the others and the time they took.
+    if (!o.report.empty()) planned.push_back({PlannedOutput::kReport, o.report});
+    return checkOverwrite(o, planned);
+}
+
 /// Reads the input, the edge list and the line files. -1 when all is well.
 int readInputs(const Options& o, Site& site, DemoSite& demo) {
     std::string error;
@@ -128,7 +155,8 @@ int readInputs(const Options& o, Site& site, DemoSite& demo) {
         }
         const InputFormat format = o.read.hasFormat ? o.read.format : inputFormatOf(o.input);
         if (!o.edgesFile.empty()) {
-            if (format == InputFormat::kPoly || format == InputFormat::kObj) {
+            if (format == InputFormat::kPoly || format == InputFormat::kObj ||
+                format == InputFormat::kLandXml) {
                 return usageError("--edges is for plain point lists and .node files; '" + o.input +
                                   "' brings its own constraint edges");
             }
@@ -236,18 +264,82 @@ ry::SurfaceOptions surfaceOptions(const Options& o, ry::KeepRule rule, Progress&
     return options;
 }
 
-/// Writes every planned output; only complete files take their names, and only when every one
-/// was written. -1 when all is well.
+/// --max-edge, --contours and --volume-datum on the finished surface. -1 when all is well.
+int makeProducts(const Options& o,
+                 const std::string& label,
+                 ry::Surface& s,
+                 ContourSet& contours,
+                 RunFigures& f) {
+    const Clock::time_point start = Clock::now();
+    char number[40];
+    if (o.maxEdge > 0) {
+        f.trimmed = ry::trimHull(s, o.maxEdge);
+        if (!s.ok()) {
+            std::snprintf(number, sizeof number, "%g", o.maxEdge);
+            printError(label + ": no triangle is left after trimming the hull with --max-edge " +
+                       number + " (" + std::to_string(f.trimmed) + " removed)");
+            std::fprintf(stderr, "rytri: try: a larger --max-edge.\n");
+            return kExitStatus;
+        }
+    }
+    if (o.contourInterval > 0) {
+        std::vector<double> levels;
+        if (!ry::contourLevels(s, o.contourInterval, o.contourBase, levels)) {
+            std::snprintf(number, sizeof number, "%g", o.contourInterval);
+            return usageError(std::string("--contours ") + number +
+                              " gives more than 100000 levels over the heights of " + label +
+                              "; give a larger interval");
+        }
+        contours.lines = ry::contourLines(s, levels);
+        contours.interval = o.contourInterval;
+        for (double level : contours.lines.level) {
+            const double k = std::round((level - o.contourBase) / o.contourInterval);
+            contours.index.push_back(std::fmod(k, 5.0) == 0.0 ? 1 : 0);
+        }
+        f.contourLevels = levels.size();
+        f.contourLines = contours.lines.lineCount();
+    }
+    if (o.hasDatum) {
+        f.hasVolumes = true;
+        f.volumes = ry::surfaceVolumes(s, o.datum);
+    }
+    f.productsMs = millisecondsSince(start);
+    return -1;
+}
+
+/// LandXML's date: SOURCE_DATE_EPOCH when set (reproducible files), else now.
+long long timestamp() {
+    const char* fixed = std::getenv("SOURCE_DATE_EPOCH");
+    return fixed && *fixed ? std::atoll(fixed) : static_cast<long long>(std::time(nullptr));
+}
+
+SvgOptions svgOptions(const ry::Surface& s, const Options& o, const std::string& label) {
+    SvgOptions svg;
+    svg.triangleLimit = std::size_t(o.svgLimit);
+    svg.title = label + ": " + std::to_string(s.vertexCount()) + " vertices, " +
+                std::to_string(s.triangleCount()) + " triangles" +
+                (s.keep == ry::KeepRule::kAll ? "" : " kept") + ", " +
+                std::to_string(s.edgeCount()) + " constraint edges";
+    return svg;
+}
+
+/// Writes every planned output, the report last with the figures of the rest; only complete
+/// files take their names, and only when every one was written. -1 when all is well.
 int writeOutputs(const std::vector<PlannedOutput>& planned,
                  const MeshOutput& mesh,
                  const Options& o,
-                 const std::string& label,
-                 std::vector<std::string>& written) {
+                 Clock::time_point start,
+                 RunFigures& f) {
+    const Clock::time_point writeStart = Clock::now();
     const ry::Surface& s = mesh.surface;
-    const std::string comment = std::string("rytri ") + RYTRI_VERSION + " from " + label + ": " +
+    const std::string comment = std::string("rytri ") + RYTRI_VERSION + " from " + f.label + ": " +
                                 counted(s.vertexCount(), "vertex", "vertices") + ", " +
                                 counted(s.triangleCount(), "triangle", "triangles") + ", " +
                                 counted(s.edgeCount(), "constraint edge", "constraint edges");
+    ExchangeOptions exchange;
+    exchange.units = o.units;
+    exchange.version = RYTRI_VERSION;
+    exchange.timestamp = timestamp();
     std::vector<std::unique_ptr<OutputFile>> files;
     std::string error;
     auto produce = [&](const std::string& path, auto&& writer) {
@@ -260,30 +352,42 @@ int writeOutputs(const std::vector<PlannedOutput>& planned,
     bool ok = true;
     for (std::size_t i = 0; ok && i < planned.size(); ++i) {
         const PlannedOutput& p = planned[i];
-        if (p.kind == PlannedOutput::kObj) {
-            ok = produce(p.path, [&](OutputFile& f) { writeObj(mesh, comment, f); });
-        } else if (p.kind == PlannedOutput::kNodeEle) {
-            ok = produce(p.path + ".node", [&](OutputFile& f) { writeNode(mesh, comment, f); }) &&
-                 produce(p.path + ".ele", [&](OutputFile& f) { writeEle(mesh, comment, f); }) &&
-                 (s.edgeCount() == 0 ||
-                  produce(p.path + ".poly", [&](OutputFile& f) { writePoly(mesh, comment, f); }));
+        using K = PlannedOutput::Kind;
+        if (p.kind == K::kObj) {
+            ok = produce(p.path, [&](OutputFile& out) { writeObj(mesh, comment, out); });
+        } else if (p.kind == K::kNodeEle) {
+            ok = produce(p.path + ".node",
+                         [&](OutputFile& out) { writeNode(mesh, comment, out); }) &&
+                 produce(p.path + ".ele", [&](OutputFile& out) { writeEle(mesh, comment, out); }) &&
+                 (s.edgeCount() == 0 || produce(p.path + ".poly", [&](OutputFile& out) {
+                      writePoly(mesh, comment, out);
+                  }));
+        } else if (p.kind == K::kSvg) {
+            const SvgOptions svg = svgOptions(s, o, f.label);
+            ok = produce(p.path, [&](OutputFile& out) { writeSvg(mesh, svg, out); });
+        } else if (p.kind == K::kLandXml || p.kind == K::kDxf) {
+            ok = produce(p.path, [&](OutputFile& out) {
+                (p.kind == K::kDxf ? writeDxf : writeLandXml)(mesh, exchange, out);
+            });
+        } else if (p.kind == K::kGeoJson) {
+            ok = produce(p.path, [&](OutputFile& out) { writeGeoJson(mesh, out); });
         } else {
-            SvgOptions svg;
-            svg.triangleLimit = std::size_t(o.svgLimit);
-            svg.title = label + ": " + std::to_string(s.vertexCount()) + " vertices, " +
-                        std::to_string(s.triangleCount()) + " triangles" +
-                        (s.keep == ry::KeepRule::kAll ? "" : " kept") + ", " +
-                        std::to_string(s.edgeCount()) + " constraint edges";
-            ok = produce(p.path, [&](OutputFile& f) { writeSvg(mesh, svg, f); });
+            for (const auto& file : files) f.written.push_back(file->path());
+            f.written.push_back(p.path);
+            f.writeMs = millisecondsSince(writeStart);
+            f.totalMs = millisecondsSince(start);
+            f.peakKiB = peakMemoryKiB();
+            ok = produce(p.path, [&](OutputFile& out) { writeReport(s, o, f, out); });
         }
     }
-    for (std::size_t i = 0; ok && i < files.size(); ++i) {
-        ok = files[i]->commit(error);
-        if (ok) written.push_back(files[i]->path());
-    }
+    for (std::size_t i = 0; ok && i < files.size(); ++i) ok = files[i]->commit(error);
     if (!ok) {
         printError(error);
         return kExitUsage;  // the destructors remove the temporary files
+    }
+    if (o.report.empty()) {
+        for (const auto& file : files) f.written.push_back(file->path());
+        f.writeMs = millisecondsSince(writeStart);
     }
     return -1;
 }
@@ -300,6 +404,11 @@ int run(const Options& o) {
     if (const int code = readInputs(o, site, demo); code >= 0) return code;
     figures.readMs = millisecondsSince(start);
     figures.pointsRead = site.points.size();
+    if (o.demo) {
+        figures.outerArea = demo.outerArea;
+        figures.holeArea = demo.holeArea;
+        figures.siteArea = demo.outerArea - demo.holeArea;
+    }
     ry::KeepRule rule = ry::KeepRule::kAll;
     if (const int code = chooseRule(o, site, figures.label, rule); code >= 0) return code;
 
@@ -310,7 +419,7 @@ int run(const Options& o) {
     options.keepRemoved = std::any_of(planned.begin(), planned.end(), [](const PlannedOutput& p) {
         return p.kind == PlannedOutput::kSvg;
     });
-    const ry::Surface surface = ry::buildSurface(buffers.input, options);
+    ry::Surface surface = ry::buildSurface(buffers.input, options);
     progress.finish();
     buffers = SurfaceBuffers();
     printWarnings(site, surface, o);
@@ -319,19 +428,18 @@ int run(const Options& o) {
     figures.triangulateMs = progress.phaseMs(ry::SurfacePhase::kVertices) +
                             progress.phaseMs(ry::SurfacePhase::kConstraints);
     figures.finishMs = progress.phaseMs(ry::SurfacePhase::kFinish);
-
-    const Clock::time_point writeStart = Clock::now();
-    const MeshOutput mesh{surface, o.plane};
-    if (const int code = writeOutputs(planned, mesh, o, figures.label, figures.written); code >= 0)
+    ContourSet contours;
+    if (const int code = makeProducts(o, figures.label, surface, contours, figures); code >= 0)
         return code;
-    figures.writeMs = millisecondsSince(writeStart);
+
+    const MeshOutput mesh{surface,
+                          o.plane,
+                          o.contourInterval > 0 ? &contours : nullptr,
+                          &site.ids,
+                          o.demo || o.input == "-" ? std::string("site") : baseName(o.input)};
+    if (const int code = writeOutputs(planned, mesh, o, start, figures); code >= 0) return code;
     figures.totalMs = millisecondsSince(start);
-    if (o.demo) {
-        figures.outerArea = demo.outerArea;
-        figures.holeArea = demo.holeArea;
-        figures.siteArea = demo.outerArea - demo.holeArea;
-    }
-    figures.peakKiB = peakMemoryKiB();
+    if (figures.peakKiB < 0) figures.peakKiB = peakMemoryKiB();
     if (!o.quiet) {
         // With the mesh on standard output, the summary goes to stderr.
         const bool dataOnStdout =

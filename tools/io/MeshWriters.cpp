@@ -9,9 +9,6 @@
 
 namespace rytri {
 
-namespace {
-
-/// (u, v, h) of the triangulation plane back to (x, y, z).
 PkGePoint3d toSpace(const PkGePoint3d& p, int plane) {
     switch (plane) {
         case 1:  // u = x, v = z, h = y
@@ -22,6 +19,38 @@ PkGePoint3d toSpace(const PkGePoint3d& p, int plane) {
             return p;
     }
 }
+
+const char* roleName(ry::Role role) {
+    switch (role) {
+        case ry::Role::kBoundary:
+            return "boundary";
+        case ry::Role::kHole:
+            return "hole";
+        case ry::Role::kBreakline:
+            return "breakline";
+        default:
+            return "edge";
+    }
+}
+
+LinePaths linePaths(const ry::Surface& s) {
+    LinePaths paths;
+    for (std::size_t i = 0; i < s.edgeCount(); ++i) {
+        const std::int32_t from = s.edgeVertices[2 * i], to = s.edgeVertices[2 * i + 1];
+        const bool goesOn =
+            i > 0 && s.edgeLine[i] == s.edgeLine[i - 1] && paths.vertices.back() == from;
+        if (!goesOn) {
+            if (i > 0) paths.offsets.push_back(paths.vertices.size());
+            paths.role.push_back(s.edgeRole[i]);
+            paths.vertices.push_back(from);
+        }
+        paths.vertices.push_back(to);
+    }
+    if (!paths.role.empty()) paths.offsets.push_back(paths.vertices.size());
+    return paths;
+}
+
+namespace {
 
 void writeComment(OutputFile& out, const std::string& comment) {
     if (comment.empty()) return;
@@ -43,19 +72,6 @@ const char* planeNote(int plane) {
             return "triangulated in the y-z plane: u = y, v = z, attribute = x";
         default:
             return "u = x, v = y, attribute = z";
-    }
-}
-
-const char* roleName(ry::Role role) {
-    switch (role) {
-        case ry::Role::kBoundary:
-            return "boundary";
-        case ry::Role::kHole:
-            return "hole";
-        case ry::Role::kBreakline:
-            return "breakline";
-        default:
-            return "edge";
     }
 }
 
@@ -293,8 +309,12 @@ void appendTriangle(std::string& to, const ry::Surface& s, const Frame& frame, c
 }
 
 /// Kept triangles filled by mean height, removed ones outlined; `stroke` is the line width.
-void drawTriangles(
-    std::string& body, const ry::Surface& s, const Frame& frame, bool drawRemoved, double stroke) {
+void drawTriangles(std::string& body,
+                   const ry::Surface& s,
+                   const Frame& frame,
+                   bool drawRemoved,
+                   double stroke,
+                   bool faint) {
     if (drawRemoved && !s.removedTriangles.empty()) {
         body += "<g fill=\"none\" stroke=\"#9a9a9a\" stroke-width=\"";
         appendPixel(body, stroke);
@@ -305,8 +325,10 @@ void drawTriangles(
         }
         body += "</g>\n";
     }
-    body +=
-        "<g stroke=\"#303030\" stroke-opacity=\"0.7\" stroke-linejoin=\"round\" stroke-width=\"";
+    // Fainter under contours, which then carry the shape.
+    body += faint ? "<g stroke=\"#303030\" stroke-opacity=\"0.35\""
+                  : "<g stroke=\"#303030\" stroke-opacity=\"0.7\"";
+    body += " stroke-linejoin=\"round\" stroke-width=\"";
     appendPixel(body, stroke);
     body += "\">\n";
     for (std::size_t t = 0; t < s.triangleCount(); ++t) {
@@ -461,8 +483,98 @@ std::string drawEdges(std::string& body,
            std::to_string(s.edgeCount()) + " constraint edges drawn.";
 }
 
+constexpr const char* kContourColour = "#3d2b1f";
+
+/// The label of an index contour at the middle vertex of its drawn points, turned along the
+/// line and kept upright, on a white halo.
+void labelContour(std::string& labels, const std::vector<double>& px, double level) {
+    const std::size_t mid = px.size() / 4;  // a vertex near the middle (px holds x, y pairs)
+    const std::size_t a = mid > 0 ? mid - 1 : 0, b = std::min(mid + 1, px.size() / 2 - 1);
+    double angle = std::atan2(px[2 * b + 1] - px[2 * a + 1], px[2 * b] - px[2 * a]) *
+                   57.29577951308232;  // degrees
+    if (angle > 90) angle -= 180;
+    if (angle < -90) angle += 180;
+    labels += "<text x=\"";
+    appendPixel(labels, px[2 * mid]);
+    labels += "\" y=\"";
+    appendPixel(labels, px[2 * mid + 1]);
+    labels += "\" transform=\"rotate(";
+    appendPixel(labels, angle);
+    labels += ' ';
+    appendPixel(labels, px[2 * mid]);
+    labels += ' ';
+    appendPixel(labels, px[2 * mid + 1]);
+    labels += ")\">" + formatHeight(level) + "</text>\n";
+}
+
+/// Contour lines over the fill: thin ones, and index contours thicker with their heights as
+/// labels where they are long enough to carry one. Points within half a pixel of the last one
+/// drawn are skipped, which bounds the picture for any number of lines.
+void drawContours(std::string& body, const ContourSet& c, const Frame& frame) {
+    std::string paths[2], labels;
+    std::vector<double> px;
+    for (std::size_t l = 0; l < c.lines.lineCount(); ++l) {
+        px.clear();
+        double length = 0.0;
+        for (std::size_t i = c.lines.offsets[l]; i < c.lines.offsets[l + 1]; ++i) {
+            const double x = frame.x(c.lines.xy[2 * i]), y = frame.y(c.lines.xy[2 * i + 1]);
+            const bool last = i + 1 == c.lines.offsets[l + 1];
+            const double step = px.empty() ? 1.0 : std::hypot(x - px[px.size() - 2], y - px.back());
+            if (step < 0.5 && !last) continue;
+            length += px.empty() ? 0.0 : step;
+            px.push_back(x);
+            px.push_back(y);
+        }
+        if (px.size() < 4) continue;
+        std::string& d = paths[c.index[l] ? 1 : 0];
+        for (std::size_t i = 0; i < px.size(); i += 2) {
+            d += i == 0 ? 'M' : 'L';
+            appendPixel(d, px[i]);
+            d += ' ';
+            appendPixel(d, px[i + 1]);
+        }
+        if (c.lines.closed[l]) d += 'Z';
+        if (c.index[l] && length > 80.0) labelContour(labels, px, c.lines.level[l]);
+    }
+    for (int index = 0; index < 2; ++index) {
+        if (paths[index].empty()) continue;
+        body += std::string("<path fill=\"none\" stroke=\"") + kContourColour +
+                "\" stroke-linejoin=\"round\" stroke-opacity=\"0.85\" stroke-width=\"" +
+                (index ? "1.1" : "0.45") + "\" d=\"" + paths[index] + "\"/>\n";
+    }
+    body += std::string(
+                "<g class=\"contour-labels\" font-size=\"10\" text-anchor=\"middle\" "
+                "dominant-baseline=\"central\" fill=\"") +
+            kContourColour +
+            "\" stroke=\"#ffffff\" stroke-width=\"2.5\" stroke-opacity=\"0.8\" "
+            "paint-order=\"stroke\">\n" +
+            labels + "</g>\n";
+}
+
+/// The legend's entry for the contours: their style, interval and index interval.
+std::string contourKey(const ContourSet& contours, double x, double y) {
+    char text[512];
+    std::snprintf(text,
+                  sizeof text,
+                  "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" "
+                  "stroke-width=\"1.1\"/><text x=\"%.1f\" y=\"%.1f\">contours %s</text>\n"
+                  "<text x=\"%.1f\" y=\"%.1f\">(index %s)</text>\n",
+                  x,
+                  y - 4.0,
+                  x + 18.0,
+                  y - 4.0,
+                  kContourColour,
+                  x + 24.0,
+                  y,
+                  formatHeight(contours.interval).c_str(),
+                  x + 24.0,
+                  y + 16.0,
+                  formatHeight(5.0 * contours.interval).c_str());
+    return text;
+}
+
 /// The height ramp from bottom (low) to top (high) at (x, y), and a key of the line styles.
-std::string legend(const ry::Surface& s, const Frame& frame, double x) {
+std::string legend(const ry::Surface& s, const Frame& frame, const ContourSet* contours, double x) {
     std::string out = "<defs><linearGradient id=\"ramp\" x1=\"0\" y1=\"1\" x2=\"0\" y2=\"0\">";
     for (std::size_t i = 0; i < kRamp.size(); ++i) {
         char stop[96];
@@ -522,6 +634,7 @@ std::string legend(const ry::Surface& s, const Frame& frame, double x) {
                       style.label);
         out += text;
     }
+    if (contours && contours->lines.lineCount() > 0) out += contourKey(*contours, x, keyY + 30.0);
     return out;
 }
 
@@ -542,12 +655,20 @@ void writeSvg(const MeshOutput& mesh, const SvgOptions& options, OutputFile& out
         notes.push_back(drawGrid(body, s, frame, options.triangleLimit));
     } else {
         const std::size_t drawn = kept + (drawRemoved ? removed : 0);
-        drawTriangles(body, s, frame, drawRemoved, drawn > 20000 ? 0.08 : drawn > 2000 ? 0.2 : 0.4);
+        drawTriangles(body,
+                      s,
+                      frame,
+                      drawRemoved,
+                      drawn > 20000  ? 0.08
+                      : drawn > 2000 ? 0.2
+                                     : 0.4,
+                      mesh.contours != nullptr);
     }
     if (removed > 0 && !drawRemoved) {
         notes.push_back(std::to_string(removed) +
                         " removed triangles (outside or in holes) not drawn");
     }
+    if (mesh.contours) drawContours(body, *mesh.contours, frame);
     const std::string edgeNote = drawEdges(body, s, frame, options.edgeLimit);
     if (!edgeNote.empty()) notes.push_back(edgeNote);
 
@@ -569,7 +690,7 @@ void writeSvg(const MeshOutput& mesh, const SvgOptions& options, OutputFile& out
     out.write(head);
     out.write("<text x=\"20\" y=\"28\" font-size=\"16\">" + escapeXml(options.title) + "</text>\n");
     out.write(body);
-    out.write(legend(s, frame, legendX));
+    out.write(legend(s, frame, mesh.contours, legendX));
     for (std::size_t i = 0; i < notes.size(); ++i) {
         char note[64];
         std::snprintf(note,

@@ -3,20 +3,51 @@
 // vertices are (u, v, h), u and v the plane's coordinates and h the remaining one.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "RyGeometry.h"
 #include "RySurface.h"
+#include "RySurfaceProducts.h"
 #include "io/OutputFile.h"
 
 namespace rytri {
 
+/// Contour lines to write or draw, with the index contours (every fifth level from the base)
+/// marked.
+struct ContourSet {
+    ry::Contours lines;
+    std::vector<std::uint8_t> index;  ///< per line
+    double interval = 0.0;
+};
+
 /// A surface and how its plane maps back to space: 0 (u, v, h) = (x, y, z); 1 (x, z, y);
-/// 2 (y, z, x).
+/// 2 (y, z, x). What some formats carry besides: contours, point ids (one per input point, or
+/// empty), a name.
 struct MeshOutput {
     const ry::Surface& surface;
     int plane = 0;
+    const ContourSet* contours = nullptr;
+    const std::vector<std::string>* ids = nullptr;
+    std::string name = "surface";
 };
+
+/// (u, v, h) of the triangulation plane back to (x, y, z).
+PkGePoint3d toSpace(const PkGePoint3d& p, int plane);
+
+/// The constraint lines of a surface as chains of vertices, rebuilt from its edges (which come
+/// line by line, in order): vertices[offsets[k] .. offsets[k + 1]) with role[k]; a closed line
+/// repeats its first vertex at the end.
+struct LinePaths {
+    std::vector<std::int32_t> vertices;
+    std::vector<std::size_t> offsets{0};
+    std::vector<ry::Role> role;
+    std::size_t count() const { return role.size(); }
+};
+LinePaths linePaths(const ry::Surface& surface);
+
+const char* roleName(ry::Role role);
 
 /// `v x y z` for every vertex (back in 3D: the height returns to its own axis), `f a b c` for
 /// every kept triangle (1-based, counter-clockwise seen from the height axis) and `l a b` for
@@ -43,7 +74,8 @@ struct SvgOptions {
 };
 
 /// Triangles in thin lines, kept triangles filled by height with a legend, constraint edges
-/// bold by role, scaled to fit. Very large meshes are thinned, and the picture says so.
+/// bold by role, contours (index contours labelled) when given, scaled to fit. Very large meshes
+/// are thinned, and the picture says so.
 void writeSvg(const MeshOutput& mesh, const SvgOptions& options, OutputFile& out);
 
 }  // namespace rytri

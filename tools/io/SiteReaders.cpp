@@ -491,13 +491,14 @@ InputFormat inputFormatOf(const std::string& path) {
     if (ext == ".node") return InputFormat::kNode;
     if (ext == ".poly") return InputFormat::kPoly;
     if (ext == ".obj") return InputFormat::kObj;
+    if (ext == ".xml" || ext == ".landxml") return InputFormat::kLandXml;
     return InputFormat::kPoints;
 }
 
 bool parseFormat(const std::string& name, InputFormat& format) {
     if (name == "points" || name == "xyz" || name == "csv" || name == "txt") {
         format = InputFormat::kPoints;
-    } else if (name == "node" || name == "poly" || name == "obj") {
+    } else if (name == "node" || name == "poly" || name == "obj" || name == "landxml") {
         format = inputFormatOf("." + name);
     } else {
         return false;
@@ -648,6 +649,8 @@ bool readSite(const std::string& path, const ReadOptions& options, Site& site, s
         case InputFormat::kObj:
             ok = readObjFile(path, site, error);
             break;
+        case InputFormat::kLandXml:
+            return readLandXml(path, site, error);
         default:
             return readPointList(path, options, site, error);
     }

@@ -10,11 +10,12 @@
 
 namespace rytri {
 
-enum class InputFormat { kPoints, kNode, kPoly, kObj };
+enum class InputFormat { kPoints, kNode, kPoly, kObj, kLandXml };
 
-/// Chosen by extension: .node, .poly, .obj; anything else is a plain point list.
+/// Chosen by extension: .node, .poly, .obj, .xml or .landxml; anything else is a plain point
+/// list.
 InputFormat inputFormatOf(const std::string& path);
-/// A --format name: points (also xyz, csv, txt), node, poly or obj.
+/// A --format name: points (also xyz, csv, txt), node, poly, obj or landxml.
 bool parseFormat(const std::string& name, InputFormat& format);
 
 struct ReadOptions {
@@ -41,6 +42,10 @@ bool readPointList(const std::string& path,
                    const ReadOptions& options,
                    Site& site,
                    std::string& error);
+
+/// LandXML: the points (Pnts/P with their ids, CgPoints/CgPoint) and the breaklines and
+/// boundaries (outer and island as boundaries, void as holes) of the first surface.
+bool readLandXml(const std::string& path, Site& site, std::string& error);
 
 /// Appends the edges of an edge list (`i j` per line, 0-based indices into site.points).
 bool readEdgeList(const std::string& path, Site& site, std::string& error);
