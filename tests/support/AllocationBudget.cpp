@@ -1,80 +1,66 @@
-// The allocation budget: the replaceable global operator new and delete forms of the test
-// executables, counting down a budget when one is set. Every form that pairs with the deletes
-// below is replaced, so no pointer from another allocator reaches std::free (the nothrow form
-// serves std::stable_sort's buffer).
-#include "support/AllocationBudget.h"
-
-#include <algorithm>
+// The allocation budget: the replaceable allocation functions of the test executables that use
+// it, counting down the budget when one is set. Every form that pairs with the deletes below is
+// replaced, so no pointer from another allocator reaches std::free.
 #include <atomic>
 #include <cstdlib>
+#include <new>
 
-namespace {
-
-/// Allocations still allowed; negative means unlimited.
-std::atomic<long> gAllocationBudget{-1};
-
-bool allocationAllowed() {
-    long left = gAllocationBudget.load(std::memory_order_relaxed);
-    while (left >= 0) {
-        if (left == 0) return false;
-        if (gAllocationBudget.compare_exchange_weak(left, left - 1)) return true;
-    }
-    return true;
-}
-
-void* allocate(std::size_t size) {
-    if (!allocationAllowed()) throw std::bad_alloc();
-    if (void* p = std::malloc(size ? size : 1)) return p;
-    throw std::bad_alloc();
-}
-
-void* allocateAligned(std::size_t size, std::align_val_t align) {
-    if (!allocationAllowed()) throw std::bad_alloc();
-    const std::size_t a = std::max(std::size_t(align), sizeof(void*));
-    void* p = nullptr;
-    if (posix_memalign(&p, a, size ? size : 1) != 0) throw std::bad_alloc();
-    return p;
-}
-
-}  // namespace
+#include "support/TestSupport.h"
 
 namespace rytest {
 
-AllocationBudget::AllocationBudget(long budget) {
-    gAllocationBudget = budget;
-}
+namespace {
+std::atomic<long> gBudget{-1};  // allocations left; negative: unlimited
+}  // namespace
 
+AllocationBudget::AllocationBudget(long budget) {
+    gBudget = budget;
+}
 AllocationBudget::~AllocationBudget() {
-    gAllocationBudget = -1;
+    gBudget = -1;
 }
 
 }  // namespace rytest
 
-void* operator new(std::size_t size) {
-    return allocate(size);
+namespace {
+void* allocate(std::size_t size, std::size_t align = 0) {
+    long left = rytest::gBudget.load();
+    while (left >= 0) {
+        if (left == 0) throw std::bad_alloc();
+        if (rytest::gBudget.compare_exchange_weak(left, left - 1)) break;
+    }
+    void* p = nullptr;
+    if (align > sizeof(void*)) {
+        if (posix_memalign(&p, align, size ? size : 1) != 0) p = nullptr;
+    } else {
+        p = std::malloc(size ? size : 1);
+    }
+    if (!p) throw std::bad_alloc();
+    return p;
 }
-void* operator new[](std::size_t size) {
-    return allocate(size);
+}  // namespace
+
+void* operator new(std::size_t n) {
+    return allocate(n);
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+void* operator new[](std::size_t n) {
+    return allocate(n);
+}
+void* operator new(std::size_t n, std::align_val_t a) {
+    return allocate(n, std::size_t(a));
+}
+void* operator new[](std::size_t n, std::align_val_t a) {
+    return allocate(n, std::size_t(a));
+}
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
     try {
-        return allocate(size);
+        return allocate(n);
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
 }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void* operator new(std::size_t size, std::align_val_t align) {
-    return allocateAligned(size, align);
-}
-void* operator new[](std::size_t size, std::align_val_t align) {
-    return allocateAligned(size, align);
+void* operator new[](std::size_t n, const std::nothrow_t& t) noexcept {
+    return operator new(n, t);
 }
 void operator delete(void* p) noexcept {
     std::free(p);
@@ -88,12 +74,6 @@ void operator delete(void* p, std::size_t) noexcept {
 void operator delete[](void* p, std::size_t) noexcept {
     std::free(p);
 }
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
 void operator delete(void* p, std::align_val_t) noexcept {
     std::free(p);
 }
@@ -104,5 +84,11 @@ void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
     std::free(p);
 }
 void operator delete[](void* p, std::size_t, std::align_val_t) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, const std::nothrow_t&) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p, const std::nothrow_t&) noexcept {
     std::free(p);
 }
