@@ -226,33 +226,29 @@ void checkFinishing(const RyTriangulation& source, bool constrained) {
     ghosts.deleteGhostTriangle();
     inside.deleteOuterTrianglesAndHoles();
     const RyTriangulationImpl& m = record(ghosts);
-    std::set<std::tuple<int, int, int>> real, kept;
+    auto triple = [](const PkMeshTriangle& t) {
+        return std::vector<int>(triVerts(t), triVerts(t) + 3);
+    };
+    std::multiset<std::vector<int>> real, out, kept;
     std::vector<char> live(m.triangles.size(), 1);
     for (int f : m.freeTriangles) live[std::size_t(f)] = 0;
     for (std::size_t t = 0; t < m.triangles.size(); ++t) {
-        const int* v = triVerts(m.triangles[t]);
-        if (live[t] && !isGhost(m.triangles[t])) real.insert({v[0], v[1], v[2]});
+        if (live[t] && !isGhost(m.triangles[t])) real.insert(triple(m.triangles[t]));
     }
-    std::vector<std::tuple<int, int, int>> out;
-    for (const PkMeshTriangle& t : ghosts.getMeshTriangles()) {
-        out.emplace_back(triVerts(t)[0], triVerts(t)[1], triVerts(t)[2]);
-    }
-    require(std::set<std::tuple<int, int, int>>(out.begin(), out.end()) == real &&
-                out.size() == real.size(),
-            "deleteGhostTriangle did not output the live real triangles, once each");
-    for (const PkMeshTriangle& t : inside.getMeshTriangles()) {
-        require(!isGhost(t) && kept.insert({triVerts(t)[0], triVerts(t)[1], triVerts(t)[2]}).second,
-                "deleteOuterTrianglesAndHoles output a ghost or a triangle twice");
-    }
+    for (const PkMeshTriangle& t : ghosts.getMeshTriangles()) out.insert(triple(t));
+    for (const PkMeshTriangle& t : inside.getMeshTriangles()) kept.insert(triple(t));
+    require(out == real, "deleteGhostTriangle did not output the live real triangles, once each");
     require(constrained || kept.empty(), "the inside rule kept triangles without constraints");
     for (std::size_t t = 0; t < m.triangles.size(); ++t) {
-        const int* v = triVerts(m.triangles[t]);
-        if (!live[t] || isGhost(m.triangles[t])) continue;
-        for (int k = 0; k < 3; ++k) {
-            const int* w = triVerts(m.triangles[std::size_t(triNbrs(m.triangles[t])[k])]);
-            if (m.constraintEdges.count(PkMeshEdge(v[k], v[(k + 1) % 3])) != 0) continue;
-            require(kept.count({v[0], v[1], v[2]}) == kept.count({w[0], w[1], w[2]}),
-                    "inside/outside changes across an edge that is no constraint");
+        const PkMeshTriangle& T = m.triangles[t];
+        for (int k = 0; k < 3 && live[t]; ++k) {
+            const PkMeshTriangle& u = m.triangles[std::size_t(triNbrs(T)[k])];
+            const bool fixed =
+                m.constraintEdges.count(PkMeshEdge(triVerts(T)[k], triVerts(T)[(k + 1) % 3]));
+            require(kept.count(triple(T)) <= !isGhost(T),
+                    "the inside rule output a ghost, or twice");
+            require(fixed || kept.count(triple(T)) == kept.count(triple(u)),
+                    "inside changes off constraints");
         }
     }
 }
@@ -262,21 +258,17 @@ void checkCleanup(const Input& d) {
     PkConvert2dVertex plane = PkConvert2dVertex((d.flags >> 3) & 3);
     std::vector<PkGePoint3d> only = d.points, points = d.points;
     std::vector<PkMeshEdge> edges = d.edges;
-    RyTriangulation cleaner;
-    cleaner.deleteDuplicateVertices(only, plane, tol);
-    cleaner.deleteDuplicateVertices(points, edges, plane, tol);
-    require(edges.size() == d.edges.size(), "clean-up changed the number of edges");
-    require(int(plane) <= 2 || only.empty(), "clean-up with an invalid plane kept points");
-    require(
-        only.size() == points.size() && points.size() <= d.points.size() &&
-            (points.empty() || std::memcmp(only.data(), points.data(), points.size() * 24) == 0),
-        "the two clean-up forms disagree");
-    for (const PkGePoint3d& p : points)
-        require(!std::isnan(p.x) && !std::isnan(p.y) && p.z == 0, "clean-up kept NaN or z");
-    for (const PkMeshEdge& e : edges) {
-        require(e == PkMeshEdge() || (e.EdgeIndex1() >= 0 && e.EdgeIndex2() < int(points.size())),
-                "clean-up left an edge out of range");
+    RyTriangulation().deleteDuplicateVertices(only, plane, tol);
+    RyTriangulation().deleteDuplicateVertices(points, edges, plane, tol);
+    bool ok = edges.size() == d.edges.size() && only.size() == points.size() &&
+              (int(plane) <= 2 || only.empty());
+    for (std::size_t i = 0; ok && i < points.size(); ++i) {
+        ok = !std::isnan(points[i].x + points[i].y) && points[i].z == 0 &&
+             !std::memcmp(&only[i], &points[i], 24);
     }
+    for (const PkMeshEdge& e : edges)
+        ok = ok && (e == PkMeshEdge() || e.EdgeIndex2() < int(points.size()));
+    require(ok, "clean-up: forms disagree, or NaN, z or an edge out of range left");
 }
 
 /// Two vertices within 1e-10 in x and y: the segment box's absolute slack then reaches from one

@@ -1,44 +1,43 @@
 // The allocation budget: the replaceable allocation functions of the test executables that use
-// it, counting down the budget when one is set. Every form that pairs with the deletes below is
-// replaced, so no pointer from another allocator reaches std::free.
+// it, counting the budget down while one is set. Every form that pairs with the deletes below is
+// replaced, so no block from another allocator reaches std::free (nor one of these another one).
 #include <atomic>
 #include <cstdlib>
 #include <new>
 
 #include "support/TestSupport.h"
 
-namespace rytest {
-
 namespace {
 std::atomic<long> gBudget{-1};  // allocations left; negative: unlimited
-}  // namespace
 
-AllocationBudget::AllocationBudget(long budget) {
-    gBudget = budget;
-}
-AllocationBudget::~AllocationBudget() {
-    gBudget = -1;
-}
-
-}  // namespace rytest
-
-namespace {
 void* allocate(std::size_t size, std::size_t align = 0) {
-    long left = rytest::gBudget.load();
-    while (left >= 0) {
+    for (long left = gBudget.load(); left >= 0;) {
         if (left == 0) throw std::bad_alloc();
-        if (rytest::gBudget.compare_exchange_weak(left, left - 1)) break;
+        if (gBudget.compare_exchange_weak(left, left - 1)) break;
     }
     void* p = nullptr;
-    if (align > sizeof(void*)) {
-        if (posix_memalign(&p, align, size ? size : 1) != 0) p = nullptr;
-    } else {
-        p = std::malloc(size ? size : 1);
+    if (align > sizeof(void*) ? posix_memalign(&p, align, size + 1) != 0
+                              : !(p = std::malloc(size + 1))) {
+        throw std::bad_alloc();
     }
-    if (!p) throw std::bad_alloc();
     return p;
 }
+
+void* allocateOrNull(std::size_t size) noexcept {
+    try {
+        return allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 }  // namespace
+
+rytest::AllocationBudget::AllocationBudget(long budget) {
+    gBudget = budget;
+}
+rytest::AllocationBudget::~AllocationBudget() {
+    gBudget = -1;
+}
 
 void* operator new(std::size_t n) {
     return allocate(n);
@@ -53,14 +52,10 @@ void* operator new[](std::size_t n, std::align_val_t a) {
     return allocate(n, std::size_t(a));
 }
 void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
-    try {
-        return allocate(n);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    return allocateOrNull(n);
 }
-void* operator new[](std::size_t n, const std::nothrow_t& t) noexcept {
-    return operator new(n, t);
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept {
+    return allocateOrNull(n);
 }
 void operator delete(void* p) noexcept {
     std::free(p);

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 
 #include "mesh/RyTriangulationImpl.h"
 
@@ -47,6 +48,20 @@ Points integerGrid(int nx, int ny, double spacing) {
     return points;
 }
 
+Points parse(const char* xy) {
+    std::istringstream in(xy);
+    Points points;
+    for (double x, y; in >> x >> y;) points.emplace_back(x, y, 0.0);
+    return points;
+}
+
+Edges edges(const char* pairs) {
+    Edges out;
+    std::istringstream in(pairs);
+    for (int a, b; in >> a >> b;) out.emplace_back(a, b);
+    return out;
+}
+
 namespace {
 
 Points scaled(Points points, double factor) {
@@ -54,98 +69,78 @@ Points scaled(Points points, double factor) {
     return points;
 }
 
+Points onCircle(int n, std::uint64_t seed) {  // cocircular up to rounding
+    Rng rng(seed);
+    Points p;
+    for (int i = 0; i < n; ++i) {
+        const double a = rng.uniform(0.0, 6.283185307179586);
+        p.emplace_back(1000 * std::cos(a), 1000 * std::sin(a), 0.0);
+    }
+    return p;
+}
+
+Points latticeCircle(int, std::uint64_t) {  // 32045^2 = x^2 + y^2 has 324 integer solutions
+    Points p;
+    for (long long x = -32045; x <= 32045; ++x) {
+        const long long rest = 32045LL * 32045 - x * x, y = std::llround(std::sqrt(double(rest)));
+        if (y * y == rest) p.emplace_back(double(x), double(y), 0.0);
+        if (y * y == rest && y != 0) p.emplace_back(double(x), double(-y), 0.0);
+    }
+    return p;
+}
+
+Points lineAndFive(int n, std::uint64_t seed) {  // n points on a line, five off it
+    Points p = uniformPoints(5, seed, -n, n);
+    for (int i = 0; i < n; ++i) p.emplace_back(2 * i - n, i - n / 2.0 + 3, 0.0);
+    return p;
+}
+
+Points grid(int n, std::uint64_t) {
+    const int side = std::max(2, int(std::sqrt(double(n))));
+    return integerGrid(side, side);
+}
+
 }  // namespace
 
 const std::vector<Generator>& generators() {
-    // Cocircular inputs (grid, circle, lattice circle) need the band or exact in-circle tests;
-    // tiny and huge sit near the ends of the exact range [2^-200, 2^200], off a power of two.
+    // Cocircular inputs need the band or exact in-circle tests; tiny and huge sit near the ends
+    // of the exact range [2^-200, 2^200], off a power of two.
     static const std::vector<Generator> list = {
         {"uniform", [](int n, std::uint64_t s) { return uniformPoints(n, s); }, 1e-9},
         {"clustered", [](int n, std::uint64_t s) { return gaussianClusters(n, 8, s); }, 1e-9},
-        {"grid",
-         [](int n, std::uint64_t) {
-             const int side = std::max(2, int(std::sqrt(double(n))));
-             return integerGrid(side, side);
-         },
-         1e-9},
-        {"circle",
-         [](int n, std::uint64_t s) {
-             Rng rng(s);
-             Points p;
-             for (int i = 0; i < n; ++i) {
-                 const double a = rng.uniform(0.0, 6.283185307179586);
-                 p.emplace_back(1000 * std::cos(a), 1000 * std::sin(a), 0.0);
-             }
-             return p;
-         },
-         0.0},
-        {"latticeCircle",
-         [](int, std::uint64_t) {
-             // x^2 + y^2 = 32045^2 has 324 integer solutions (four primes 4k + 1 in 32045).
-             Points p;
-             for (long long x = -32045; x <= 32045; ++x) {
-                 const long long rest = 32045LL * 32045 - x * x;
-                 const long long y = std::llround(std::sqrt(double(rest)));
-                 if (y * y != rest) continue;
-                 p.emplace_back(double(x), double(y), 0.0);
-                 if (y != 0) p.emplace_back(double(x), double(-y), 0.0);
-             }
-             return p;
-         },
-         1e-9},
-        {"line",
-         [](int n, std::uint64_t s) {
-             Points p;
-             for (int i = 0; i < n; ++i) p.emplace_back(2 * i - n, i - n / 2.0 + 3, 0.0);
-             Points off = uniformPoints(5, s, -n, n);
-             p.insert(p.end(), off.begin(), off.end());
-             return p;
-         },
-         1e-9},
+        {"grid", grid, 1e-9},
+        {"circle", onCircle, 0.0},
+        {"latticeCircle", latticeCircle, 1e-9},
+        {"line", lineAndFive, 1e-9},
         {"tiny", [](int n, std::uint64_t s) { return scaled(uniformPoints(n, s), 3e-55); }, 0.0},
         {"huge", [](int n, std::uint64_t s) { return scaled(uniformPoints(n, s), 3e54); }, 0.0},
     };
     return list;
 }
 
-Outcome triangulate(const Points& points,
-                    const Edges* edges,
-                    bool sorted,
-                    bool split,
-                    double band,
-                    int maxIterations) {
+Outcome triangulate(
+    const Points& points, const Edges* edges, bool sorted, bool split, double band, int limit) {
     Outcome run;
     run.tri = std::make_unique<RyTriangulation>(sorted, split);
     run.tri->setCDTTolerence(band);
-    run.mesh().maxIterations = maxIterations;
+    run.mesh().maxIterations = limit;
     std::srand(1);
     run.status = edges ? run.tri->delaunayTriangulationWithConstraints(points, *edges)
                        : run.tri->delaunayTriangulation(points);
     return run;
 }
 
-namespace {
-
-bool sameTriangles(const std::vector<PkMeshTriangle>& a, const std::vector<PkMeshTriangle>& b) {
-    return a.size() == b.size() &&
-           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof a[0]) == 0);
-}
-
-}  // namespace
-
 std::string differences(const RyTriangulationImpl& a, const RyTriangulationImpl& b) {
+    auto same = [](const auto& x, const auto& y) {
+        return x.size() == y.size() &&
+               (x.empty() || !std::memcmp(x.data(), y.data(), x.size() * sizeof x[0]));
+    };
     std::string d;
     if (a.options != b.options || a.maxIterations != b.maxIterations) d += "options ";
     if (std::memcmp(&a.cdtTolerance, &b.cdtTolerance, sizeof(double)) != 0) d += "tolerance ";
-    if (!sameTriangles(a.triangles, b.triangles)) d += "triangles ";
-    if (!sameTriangles(a.meshTriangles, b.meshTriangles)) d += "meshTriangles ";
-    if (a.vertices.size() != b.vertices.size() ||
-        (!a.vertices.empty() &&
-         std::memcmp(
-             a.vertices.data(), b.vertices.data(), a.vertices.size() * sizeof a.vertices[0]))) {
-        d += "vertices ";
-    }
-    if (a.freeTriangles != b.freeTriangles) d += "freeTriangles ";
+    if (!same(a.triangles, b.triangles) || !same(a.meshTriangles, b.meshTriangles))
+        d += "triangles ";
+    if (!same(a.vertices, b.vertices) || a.freeTriangles != b.freeTriangles) d += "vertices ";
     if (a.constraintEdges != b.constraintEdges || a.constraintRepeats != b.constraintRepeats ||
         a.constraintOrigins != b.constraintOrigins) {
         d += "constraint records";
@@ -154,18 +149,15 @@ std::string differences(const RyTriangulationImpl& a, const RyTriangulationImpl&
 }
 
 std::string describe(const Points& points, const Edges& edges) {
-    if (points.size() > 64) return std::to_string(points.size()) + " points";
-    std::string s = "points {";
-    char text[80];
-    for (const PkGePoint3d& p : points) {
-        std::snprintf(text, sizeof text, "{%.17g, %.17g}, ", p.x, p.y);
-        s += text;
+    std::ostringstream s;
+    s.precision(17);
+    s << points.size() << " points";
+    for (std::size_t i = 0; i < points.size() && points.size() <= 64; ++i) {
+        s << (i ? " " : ": ") << points[i].x << " " << points[i].y;
     }
-    s += "} edges {";
-    for (const PkMeshEdge& e : edges) {
-        s += "{" + std::to_string(e.EdgeIndex1()) + ", " + std::to_string(e.EdgeIndex2()) + "}, ";
-    }
-    return s + "}";
+    s << "; edges:";
+    for (const PkMeshEdge& e : edges) s << " " << e.EdgeIndex1() << " " << e.EdgeIndex2();
+    return s.str();
 }
 
 }  // namespace rytest

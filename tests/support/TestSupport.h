@@ -37,6 +37,9 @@ Points gaussianClusters(
     int n, int clusters, std::uint64_t seed, double extent = 1000.0, double sigma = 5.0);
 /// nx * ny points (i, j) * spacing, numbered j * nx + i: cocircular and collinear everywhere.
 Points integerGrid(int nx, int ny, double spacing = 1.0);
+/// Points from "x y x y ...", and edges from "a b a b ...".
+Points parse(const char* xy);
+Edges edges(const char* pairs);
 
 /// A named input family for parameterised suites, with the band that keeps it exact.
 struct Generator {
@@ -93,7 +96,7 @@ int sweepAllocations(Call call, After after, int limit = 20000) {
 /// constraint records.
 std::string differences(const RyTriangulationImpl& a, const RyTriangulationImpl& b);
 
-/// Source text of an input, to paste into a regression test.
+/// The input in full (up to 64 points), to reproduce a failure.
 std::string describe(const Points& points, const Edges& edges = {});
 
 }  // namespace rytest
