@@ -1,14 +1,11 @@
-// libFuzzer harness: decodes bytes into points, constraint edges, option bits and a tolerance,
-// runs every exported entry point on them (both clean-up forms, both triangulation calls, both
-// finishing calls, copies and assignment, and the calls again with the helper thread forced on)
-// and aborts on anything the library does not promise: a status outside the documented ones or
-// one the input cannot explain; after StatusOk a mesh the shared validator rejects (its
-// structure always; its geometry and constraint records wherever the band cannot blur a sign:
-// band 0, or integer coordinates and a band below 1); a copy or a helped run that differs; output
-// triangles that are not the live ones, or inside/outside labels changing across an edge that is
-// no constraint; and, through the sanitizers, any memory error, leak or undefined behaviour.
-// maxIterations is lowered to 20000 (or 0..7 when the input asks), so four collinear points give
-// StatusLocateFailed after 20000 draws instead of a million. RY_FUZZ_VERBOSE=1 prints the input.
+// libFuzzer harness: decodes bytes into points, constraint edges, options and a band, runs every
+// exported entry point on them (also with the helper thread forced on), and aborts on anything
+// the library does not promise: a status the input cannot explain; after StatusOk a mesh the
+// shared validator rejects (its geometry and constraint records only where the band cannot blur
+// a sign: band 0, or integer coordinates and a band below 1); a copy or a helped run that
+// differs; finishing output that is not the live triangles or the inside ones; and, through the
+// sanitizers, any memory error, leak or undefined behaviour. maxIterations is 20000 (or 0..7),
+// so four collinear points fail after 20000 draws, not a million. RY_FUZZ_VERBOSE=1 prints input.
 //
 // Input format (missing bytes read as 0):
 //   header  h0 flags: bit0 bSpatialSort, bit1 bSplitCrossingConstraints, bit2 triangulate the
@@ -35,11 +32,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "mesh/HelperThread.h"
@@ -172,20 +167,17 @@ Input decode(const std::uint8_t* data, std::size_t size) {
     return d;
 }
 
+/// One of the constructors, with the input's option bits (an impossible count must throw).
 RyTriangulation makeObject(const Input& d, int count) {
-    const bool sort = d.flags & 1, split = d.flags & 2;
     const int constructor = (d.flags >> 5) & 3;
-    if (constructor == 3) {
-        bool threw = false;
-        try {
-            RyTriangulation t(count % 2 ? -1 - count : (1 << 30) + count);
-        } catch (const std::length_error&) {
-            threw = true;
-        }
-        require(threw, "an impossible reservation did not throw std::length_error");
+    try {
+        if (constructor == 3)
+            RyTriangulation(count % 2 ? -1 - count : (1 << 30) + count), require(false, "no throw");
+    } catch (const std::length_error&) {
     }
-    RyTriangulation t = constructor == 2 ? RyTriangulation(count) : RyTriangulation(sort, split);
-    record(t).options = (sort ? 1u : 0u) | (split ? 2u : 0u);
+    RyTriangulation t = constructor == 2 ? RyTriangulation(count)
+                                         : RyTriangulation(constructor == 0 ? true : false, false);
+    record(t).options = d.flags & 3u;
     return t;
 }
 
@@ -253,24 +245,6 @@ void checkFinishing(const RyTriangulation& source, bool constrained) {
     }
 }
 
-void checkCleanup(const Input& d) {
-    PkGeTol tol;
-    PkConvert2dVertex plane = PkConvert2dVertex((d.flags >> 3) & 3);
-    std::vector<PkGePoint3d> only = d.points, points = d.points;
-    std::vector<PkMeshEdge> edges = d.edges;
-    RyTriangulation().deleteDuplicateVertices(only, plane, tol);
-    RyTriangulation().deleteDuplicateVertices(points, edges, plane, tol);
-    bool ok = edges.size() == d.edges.size() && only.size() == points.size() &&
-              (int(plane) <= 2 || only.empty());
-    for (std::size_t i = 0; ok && i < points.size(); ++i) {
-        ok = !std::isnan(points[i].x + points[i].y) && points[i].z == 0 &&
-             !std::memcmp(&only[i], &points[i], 24);
-    }
-    for (const PkMeshEdge& e : edges)
-        ok = ok && (e == PkMeshEdge() || e.EdgeIndex2() < int(points.size()));
-    require(ok, "clean-up: forms disagree, or NaN, z or an edge out of range left");
-}
-
 /// Two vertices within 1e-10 in x and y: the segment box's absolute slack then reaches from one
 /// to the other, and a piece may run the wrong way along its line (so its geometry is not held
 /// to the input segments).
@@ -291,14 +265,22 @@ bool withinBoxSlack(const RyTriangulationImpl& m) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const Input d = decode(data, size);
     PkGeContext::gTol = PkGeTol(d.pointTolerance, 1e-10);
-    checkCleanup(d);
-    std::vector<PkGePoint3d> points = d.points;
-    std::vector<PkMeshEdge> edges = d.edges;
-    if (d.flags & 4) {
-        PkGeTol tol;
-        PkConvert2dVertex plane = PkConvert2dVertex((d.flags >> 3) & 3);
-        RyTriangulation().deleteDuplicateVertices(points, edges, plane, tol);
-    }
+    // Both clean-up forms agree, keep no NaN and leave every edge in range or empty.
+    std::vector<PkGePoint3d> points = d.points, cleaned = d.points, only = d.points;
+    std::vector<PkMeshEdge> edges = d.edges, renumbered = d.edges;
+    PkConvert2dVertex plane = PkConvert2dVertex((d.flags >> 3) & 3);
+    PkGeTol tol;
+    RyTriangulation().deleteDuplicateVertices(only, plane, tol);
+    RyTriangulation().deleteDuplicateVertices(cleaned, renumbered, plane, tol);
+    bool ok = only.size() == cleaned.size() &&
+              (only.empty() || !std::memcmp(&only[0], &cleaned[0], 24 * only.size()));
+    for (const PkGePoint3d& p : cleaned)
+        ok = ok && !std::isnan(p.x) && !std::isnan(p.y) && p.z == 0;
+    for (const PkMeshEdge& e : renumbered)
+        ok = ok && (e == PkMeshEdge() || e.EdgeIndex2() < int(cleaned.size()));
+    require(ok && renumbered.size() == d.edges.size(),
+            "the clean-up forms disagree, or left NaN or a bad edge");
+    if (d.flags & 4) points = cleaned, edges = renumbered;
     const int n = int(points.size());
     const bool verbose = std::getenv("RY_FUZZ_VERBOSE") != nullptr;
     if (verbose) std::fprintf(stderr, "%s\n", rytest::describe(points, edges).c_str());

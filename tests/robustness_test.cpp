@@ -103,6 +103,16 @@ std::vector<Row> rows() {
         EXPECT_EQ(m.constraintEdges.size(), 1u);
     };
     const double nanBand = std::nan("");
+    // A 16 x 4 grid of spacing 2^-8 under a band of 1e-6: every in-circle value lies in the band,
+    // so a cavity side is fanned whatever its shape; a piece whose fan would fold the mesh is
+    // undone and refused.
+    Points fold;
+    for (int c = 0; c < 64; ++c)
+        fold.emplace_back(std::ldexp(c / 4 - 1, -8), std::ldexp(c % 4 - 1, -8), 0);
+    Edges folding;
+    for (int c = 5; c < 15; ++c) folding.emplace_back(4 * c + 3, 4 * c + 7);
+    folding.emplace_back(0, 63);
+    for (int c = 0; c < 15; ++c) folding.emplace_back(4 * c, 4 * c + 4);
     // Walks from the nearest vertex are short, flips not; from the previous one in the sorted
     // order walks can be long.
     return {
@@ -128,6 +138,14 @@ std::vector<Row> rows() {
         {"crossing_at_an_end_unsplit", nearEnd, x, StatusOk, none, 1000000, 0.0, false},
         {"nearly_parallel", parallel, x, StatusConstraintFailed, first, 1000000, 0.0},
         {"nearly_parallel_unsplit", parallel, x, StatusOk, none, 1000000, 0.0, false},
+        {"folding_piece_refused",
+         fold,
+         folding,
+         StatusConstraintFailed,
+         none,
+         1000000,
+         1e-6,
+         false},
     };
 }
 

@@ -10,9 +10,9 @@
 // MESH is NAME.obj (v, f, l lines) or NAME.ele (with NAME.node, and NAME.poly for the
 // constraint edges when it exists). Validation: indices in range; every triangle
 // counter-clockwise by the exact test; every directed edge used once; no vertex wrapped twice;
-// optionally the kept area, the convex hull's area, local Delaunay off the constraints (band
-// 1e-9, the library's default), every constraint edge a chain of mesh edges. Exit 0 when all
-// checks pass, 1 with the problems listed otherwise, 2 on unreadable files or bad usage.
+// optionally the kept area, the convex hull covered (no vertex right of a boundary edge), local
+// Delaunay off the constraints (band 1e-9, the library's default), every constraint edge a chain
+// of mesh edges. Exit 0 when all checks pass, 1 with the problems listed, 2 on unreadable files.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -20,93 +20,75 @@
 #include <map>
 #include <set>
 #include <sstream>
-#include <string>
-#include <vector>
 
+#include "predicates/Predicates.h"
 #include "support/MeshValidator.h"
 
 namespace {
 
+using Point = std::array<double, 3>;
+using Lines = std::vector<std::vector<std::string>>;
+
 struct MeshFile {
-    std::vector<std::array<double, 3>> vertices;
+    std::vector<Point> vertices;
     std::vector<std::array<int, 3>> triangles;
     std::vector<PkMeshEdge> edges;
 };
 
-/// The lines of a file without comments and blank lines, split into words.
-bool words(const std::string& path, std::vector<std::vector<std::string>>& lines) {
+/// The words of every line without comments; false when the file cannot be read.
+bool read(const std::string& path, Lines& lines) {
     std::ifstream in(path);
-    std::string line, word;
-    while (in && std::getline(in, line)) {
+    for (std::string line, word; in && std::getline(in, line);) {
         std::istringstream split(line.substr(0, line.find('#')));
-        std::vector<std::string> w;
-        while (split >> word) w.push_back(word);
-        if (!w.empty()) lines.push_back(w);
+        lines.emplace_back();
+        while (split >> word) lines.back().push_back(word);
+        if (lines.back().empty()) lines.pop_back();
     }
     return bool(std::ifstream(path));
 }
 
-bool fail(const std::string& message) {
-    std::fprintf(stderr, "meshcheck: %s\n", message.c_str());
-    return false;
-}
-
-/// obj: v x y z, f a b c, l a b (1-based). ele: NAME.node "n 2 attributes" then "i x y [z]",
-/// NAME.ele "m 3" then "i a b c", NAME.poly "0 ..", "s ..", then "i a b" (base of the .node).
+/// obj: v x y z, f a b c, l a b (1-based); NAME.node: "n 2 attributes", then "i x y [z]" from a
+/// base of 0 or 1; NAME.ele: "m 3", then "i a b c"; NAME.poly: "0 ...", "s ...", then "i a b".
 bool readMesh(const std::string& path, MeshFile& m) {
-    const bool obj = path.size() > 4 && path.compare(path.size() - 4, 4, ".obj") == 0;
-    const std::string stem = path.substr(0, path.size() - 4);
-    std::vector<std::vector<std::string>> node, ele, poly;
-    if (!obj && path.compare(path.size() - 4, 4, ".ele") != 0)
-        return fail("unknown mesh format: " + path);
-    if (!words(obj ? path : stem + ".node", node) || (!obj && !words(path, ele)))
-        return fail("cannot read " + path);
+    const std::string stem = path.substr(0, path.size() - std::min<std::size_t>(4, path.size()));
+    const bool obj = path == stem + ".obj";
+    Lines node, ele, poly;
     try {
-        long base = 1;
+        if (!obj && path != stem + ".ele") throw std::runtime_error("unknown format");
+        if (!read(obj ? path : stem + ".node", node) || (!obj && !read(path, ele)))
+            throw std::runtime_error("");
+        const int base = obj ? 1 : std::stoi(node.at(1).at(0));
+        auto at = [&](const std::vector<std::string>& w, std::size_t k) {
+            return std::stoi(w.at(k)) - base;
+        };
         for (std::size_t k = !obj; k < node.size(); ++k) {
             const std::vector<std::string>& w = node[k];
-            if (obj && w[0] == "v") {
-                m.vertices.push_back({std::stod(w.at(1)), std::stod(w.at(2)), std::stod(w.at(3))});
-            } else if (obj && (w[0] == "f" || w[0] == "l")) {
-                if (w.size() != (w[0] == "f" ? 4u : 3u)) return fail("bad element in " + path);
-                const int a = std::stoi(w[1]) - 1, b = std::stoi(w[2]) - 1;
-                if (w[0] == "l") m.edges.emplace_back(a, b);
-                if (w[0] == "f") m.triangles.push_back({a, b, std::stoi(w[3]) - 1});
-            } else if (!obj) {
-                if (k == 1) base = std::stol(w.at(0));
-                if (std::stol(w.at(0)) != base + long(k) - 1 || std::stol(node[0].at(1)) != 2)
-                    return fail("bad .node");
+            if (!obj && (std::stol(w.at(0)) != base + long(k) - 1 || node[0].at(1) != "2"))
+                throw std::runtime_error("");
+            const bool z = obj || std::stoi(node[0].at(2)) > 0;
+            if (!obj || w[0] == "v")
                 m.vertices.push_back(
-                    {std::stod(w.at(1)), std::stod(w.at(2)), w.size() > 3 ? std::stod(w[3]) : 0.0});
-            }
+                    {std::stod(w.at(1)), std::stod(w.at(2)), z ? std::stod(w.at(3)) : 0});
+            if (obj && w[0] == "f") m.triangles.push_back({at(w, 1), at(w, 2), at(w, 3)});
+            if (obj && w[0] == "l") m.edges.emplace_back(at(w, 1), at(w, 2));
+            if (obj && w.size() != (w[0] == "f" ? 4u : 3u) && (w[0] == "f" || w[0] == "l"))
+                throw std::runtime_error("");
         }
-        if (!obj && long(node.size()) != std::stol(node[0].at(0)) + 1)
-            return fail("bad .node header");
-        for (std::size_t k = 1; k < ele.size(); ++k) {
-            m.triangles.push_back({std::stoi(ele[k].at(1)) - int(base),
-                                   std::stoi(ele[k].at(2)) - int(base),
-                                   std::stoi(ele[k].at(3)) - int(base)});
+        for (std::size_t k = 1; k < ele.size(); ++k)
+            m.triangles.push_back({at(ele[k], 1), at(ele[k], 2), at(ele[k], 3)});
+        for (long k = 0; !obj && read(stem + ".poly", poly) && k < std::stol(poly.at(1).at(0));
+             ++k) {
+            m.edges.emplace_back(at(poly.at(std::size_t(k) + 2), 1),
+                                 at(poly.at(std::size_t(k) + 2), 2));
         }
-        if (!obj && (long(ele.size()) != std::stol(ele[0].at(0)) + 1 || ele[0].at(1) != "3"))
-            return fail("bad .ele");
-        if (!obj && words(stem + ".poly", poly)) {
-            for (long k = 0; k < std::stol(poly.at(1).at(0)); ++k) {
-                const std::vector<std::string>& w = poly.at(std::size_t(k) + 2);
-                m.edges.emplace_back(std::stoi(w.at(1)) - int(base),
-                                     std::stoi(w.at(2)) - int(base));
-            }
+        if (!obj && (long(node.size()) != std::stol(node[0][0]) + 1 ||
+                     long(ele.size()) != std::stol(ele[0][0]) + 1)) {
+            throw std::runtime_error("");
         }
     } catch (const std::exception&) {
-        return fail("unreadable line in " + path);
+        return std::fprintf(stderr, "meshcheck: cannot read %s\n", path.c_str()), false;
     }
     return true;
-}
-
-using Point = std::array<double, 3>;
-
-long double twiceArea(const Point& a, const Point& b, const Point& c) {
-    return (b[0] - (long double)a[0]) * (c[1] - (long double)a[1]) -
-           (b[1] - (long double)a[1]) * (c[0] - (long double)a[0]);
 }
 
 int report(const std::vector<std::string>& problems, const std::string& ok) {
@@ -115,78 +97,63 @@ int report(const std::vector<std::string>& problems, const std::string& ok) {
     return problems.empty() ? 0 : 1;
 }
 
-int validate(const MeshFile& m, int argc, char** argv) {
-    double area = NAN, areaTol = 1e-9;
-    bool hull = false, allUsed = false;
-    long minTriangles = 1;
+int validate(const MeshFile& m, const std::vector<std::string>& options) {
+    double area = NAN, areaTol = 1e-9, minTriangles = 1;
     rytest::Checks checks;
-    checks.delaunay = false;
     checks.band = 1e-9;
-    std::vector<PkMeshEdge> segments = m.edges;
-    for (int i = 0; i < argc; ++i) {
-        const std::string a = argv[i];
-        const bool value = i + 1 < argc;
-        if (a == "--area" && value) {
-            area = std::stod(argv[++i]);
-        } else if (a == "--area-tol" && value) {
-            areaTol = std::stod(argv[++i]);
-        } else if (a == "--min-triangles" && value) {
-            minTriangles = std::stol(argv[++i]);
-        } else if (a == "--hull" || a == "--delaunay" || a == "--constraints" ||
-                   a == "--all-vertices-used") {
-            hull |= a == "--hull";
-            checks.delaunay |= a == "--delaunay";
-            allUsed |= a == "--all-vertices-used";
-            if (a == "--constraints") checks.required = segments;
-        } else {
-            std::fprintf(stderr, "meshcheck: unknown option %s\n", a.c_str());
-            return 2;
+    auto has = [&](const char* o) { return std::count(options.begin(), options.end(), o) > 0; };
+    checks.delaunay = has("--delaunay");
+    if (has("--constraints")) checks.required = m.edges;
+    for (std::size_t i = 0; i < options.size(); ++i) {
+        const std::string& o = options[i];
+        if ((o == "--area" || o == "--area-tol" || o == "--min-triangles") &&
+            i + 1 < options.size()) {
+            (o == "--area"       ? area
+             : o == "--area-tol" ? areaTol
+                                 : minTriangles) = std::stod(options[++i]);
+        } else if (o != "--hull" && o != "--delaunay" && o != "--constraints" &&
+                   o != "--all-vertices-used") {
+            return std::fprintf(stderr, "meshcheck: unknown option %s\n", o.c_str()), 2;
         }
     }
     rytest::PlainMesh plain;
-    for (const auto& p : m.vertices) plain.xy.push_back({p[0], p[1]});
+    for (const Point& p : m.vertices) plain.xy.push_back({p[0], p[1]});
     plain.triangles = m.triangles;
     std::istringstream found(rytest::validate(plain, checks));
     std::vector<std::string> problems;
     for (std::string line; std::getline(found, line);) problems.push_back(line);
-    if (long(m.triangles.size()) < minTriangles)
-        problems.push_back("only " + std::to_string(m.triangles.size()) + " triangles");
-    std::vector<char> used(m.vertices.size(), 0);
+    if (!problems.empty()) return report(problems, "");
     long double sum = 0;
+    std::set<std::pair<int, int>> directed;
+    std::vector<char> used(m.vertices.size(), 0);
     for (const auto& t : m.triangles) {
-        if (std::any_of(t.begin(), t.end(), [&](int i) { return i < 0 || i >= int(used.size()); }))
-            return report({"an index out of range"}, "");
-        sum += twiceArea(m.vertices[std::size_t(t[0])],
-                         m.vertices[std::size_t(t[1])],
-                         m.vertices[std::size_t(t[2])]) /
+        const double *a = m.vertices[std::size_t(t[0])].data(),
+                     *b = m.vertices[std::size_t(t[1])].data();
+        const double* c = m.vertices[std::size_t(t[2])].data();
+        sum += ((b[0] - (long double)a[0]) * (c[1] - a[1]) -
+                (b[1] - (long double)a[1]) * (c[0] - a[0])) /
                2;
-        for (int i : t) used[std::size_t(i)] = 1;
+        for (int k = 0; k < 3; ++k)
+            used[std::size_t(t[std::size_t(k)])] = 1,
+            directed.emplace(t[std::size_t(k)], t[(k + 1) % 3]);
     }
-    if (allUsed && std::count(used.begin(), used.end(), 0) > 0)
-        problems.push_back("a vertex is in no triangle");
+    if (double(m.triangles.size()) < minTriangles) problems.push_back("too few triangles");
+    if (has("--all-vertices-used") && std::count(used.begin(), used.end(), 0))
+        problems.push_back("an unused vertex");
     if (!std::isnan(area) &&
         std::fabs(double(sum) - area) > areaTol * std::max(1.0, std::fabs(area))) {
-        problems.push_back("kept area " + std::to_string(double(sum)) + " differs from " +
+        problems.push_back("kept area " + std::to_string(double(sum)) + ", expected " +
                            std::to_string(area));
     }
-    if (hull) {  // Andrew's monotone chain, lower then upper
-        std::vector<Point> p = m.vertices, h;
-        std::sort(p.begin(), p.end());
-        for (int pass = 0; pass < 2 && p.size() > 2; ++pass) {
-            const std::size_t start = h.size();
-            for (const Point& q : p) {
-                while (h.size() >= start + 2 && twiceArea(h[h.size() - 2], h.back(), q) <= 0)
-                    h.pop_back();
-                h.push_back(q);
+    for (const auto& [a, b] : has("--hull") ? directed : std::set<std::pair<int, int>>()) {
+        for (const Point& p : m.vertices) {
+            if (!directed.count({b, a}) && orient2d(m.vertices[std::size_t(a)].data(),
+                                                    m.vertices[std::size_t(b)].data(),
+                                                    p.data()) < 0) {
+                problems.push_back("the boundary edge " + std::to_string(a) + "-" +
+                                   std::to_string(b) + " is no hull edge");
+                break;
             }
-            h.pop_back();
-            std::reverse(p.begin(), p.end());
-        }
-        long double twice = 0;
-        for (std::size_t i = 1; i + 1 < h.size(); ++i) twice += twiceArea(h[0], h[i], h[i + 1]);
-        if (std::fabs(double(sum) - double(twice / 2)) > 1e-9 * std::max(1.0L, twice / 2)) {
-            problems.push_back("area " + std::to_string(double(sum)) +
-                               " differs from the convex hull's");
         }
     }
     char ok[160];
@@ -201,18 +168,7 @@ int validate(const MeshFile& m, int argc, char** argv) {
 }
 
 int same(const MeshFile& a, const MeshFile& b, bool edges, bool ignoreZ) {
-    std::vector<std::string> problems;
-    auto vertex = [&](const std::array<double, 3>& p) {
-        return std::array<double, 3>{p[0], p[1], ignoreZ ? 0 : p[2]};
-    };
-    for (std::size_t i = 0; i < std::max(a.vertices.size(), b.vertices.size()) && problems.empty();
-         ++i) {
-        if (i >= a.vertices.size() || i >= b.vertices.size() ||
-            vertex(a.vertices[i]) != vertex(b.vertices[i])) {
-            problems.push_back("vertex " + std::to_string(i) + " differs (or the counts do)");
-        }
-    }
-    auto canonical = [](const MeshFile& m) {  // rotated to the smallest corner, orientation kept
+    auto triangles = [](const MeshFile& m) {  // rotated to the smallest corner, orientation kept
         std::multiset<std::array<int, 3>> s;
         for (std::array<int, 3> t : m.triangles) {
             std::rotate(t.begin(), std::min_element(t.begin(), t.end()), t.end());
@@ -220,28 +176,34 @@ int same(const MeshFile& a, const MeshFile& b, bool edges, bool ignoreZ) {
         }
         return s;
     };
-    if (canonical(a) != canonical(b)) problems.push_back("the triangle sets differ");
     auto edgeSet = [](const MeshFile& m) {
         std::multiset<std::pair<int, int>> s;
         for (const PkMeshEdge& e : m.edges) s.emplace(e.EdgeIndex1(), e.EdgeIndex2());
         return s;
     };
+    auto vertices = [ignoreZ](std::vector<Point> v) {
+        for (Point& p : v) p[2] = ignoreZ ? 0.0 : p[2];
+        return v;
+    };
+    std::vector<std::string> problems;
+    if (vertices(a.vertices) != vertices(b.vertices)) problems.push_back("the vertices differ");
+    if (triangles(a) != triangles(b)) problems.push_back("the triangles differ");
     if (edges && edgeSet(a) != edgeSet(b)) problems.push_back("the constraint edges differ");
     return report(problems,
                   "same: " + std::to_string(a.vertices.size()) + " vertices, " +
                       std::to_string(a.triangles.size()) + " triangles");
 }
 
-/// Every vertex is an input point, height included (at most `added` made at crossings), and
+/// Every vertex is an input point, height included (at most `added` were made at crossings), and
 /// every input position is a vertex.
 int points(const MeshFile& m, const std::string& path, long added) {
-    std::vector<std::vector<std::string>> lines;
-    if (!words(path, lines))
+    Lines lines;
+    if (!read(path, lines))
         return std::fprintf(stderr, "meshcheck: cannot read %s\n", path.c_str()), 2;
     std::map<std::pair<double, double>, std::set<double>> input;
-    for (std::vector<std::string> w : lines) {
+    for (const std::vector<std::string>& w : lines) {
         std::string text;
-        for (std::string& s : w) text += s + " ";
+        for (const std::string& s : w) text += s + " ";
         std::replace(text.begin(), text.end(), ',', ' ');
         std::istringstream in(text);
         double x, y, z = 0.0;
@@ -249,25 +211,20 @@ int points(const MeshFile& m, const std::string& path, long added) {
     }
     std::vector<std::string> problems;
     std::set<std::pair<double, double>> seen;
-    long strangers = 0;
-    for (const auto& p : m.vertices) {
+    for (const Point& p : m.vertices) {
         const auto it = input.find({p[0], p[1]});
-        if (it == input.end()) {
-            ++strangers;
-            continue;
-        }
-        seen.insert(it->first);
-        if (!it->second.count(p[2]))
+        added -= it == input.end();
+        if (it != input.end() && !it->second.count(p[2]))
             problems.push_back("a vertex has a height no input point there has");
+        if (it != input.end()) seen.insert(it->first);
     }
-    if (strangers > added)
-        problems.push_back(std::to_string(strangers) + " vertices are not input points");
+    if (added < 0) problems.push_back("too many vertices are not input points");
     if (seen.size() != input.size())
         problems.push_back("input positions are missing from the mesh");
     return report(problems, "points ok: " + std::to_string(m.vertices.size()) + " vertices");
 }
 
-int svg(const std::string& path, int argc, char** argv) {
+int svg(const std::string& path, const std::vector<std::string>& options) {
     std::ifstream in(path);
     if (!in) return std::fprintf(stderr, "meshcheck: cannot read %s\n", path.c_str()), 2;
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -285,11 +242,10 @@ int svg(const std::string& path, int argc, char** argv) {
         open += text[i + 1] == '/' ? -1 : text[close - 1] != '/';
     }
     if (open != 0) problems.push_back("unbalanced elements");
-    for (int i = 0; i + 1 < argc; i += 2) {
-        if ((text.find(argv[i + 1]) != std::string::npos) !=
-            (std::string(argv[i]) == "--contains")) {
-            problems.push_back(std::string(argv[i]) + " '" + argv[i + 1] + "' fails");
-        }
+    for (std::size_t i = 0; i + 1 < options.size(); i += 2) {
+        const bool found = text.find(options[i + 1]) != std::string::npos;
+        if (found != (options[i] == "--contains"))
+            problems.push_back(options[i] + " '" + options[i + 1] + "' fails");
     }
     return report(problems, "svg ok: " + std::to_string(text.size()) + " bytes");
 }
@@ -298,18 +254,16 @@ int svg(const std::string& path, int argc, char** argv) {
 
 int main(int argc, char** argv) {
     const std::string command = argc > 2 ? argv[1] : "";
-    if (command == "svg") return svg(argv[2], argc - 3, argv + 3);
+    const std::vector<std::string> rest(argv + std::min(argc, 3), argv + argc);
     MeshFile first, second;
-    if (command == "validate" || command == "same" || command == "points") {
-        if (!readMesh(argv[2], first)) return 2;
-        if (command == "validate") return validate(first, argc - 3, argv + 3);
-        if (argc >= 4 && command == "points")
-            return points(first, argv[3], argc >= 5 ? std::stol(argv[4]) : 0);
-        if (argc >= 4 && readMesh(argv[3], second)) {
-            const std::vector<std::string> flags(argv + 4, argv + argc);
-            auto has = [&](const char* f) { return std::count(flags.begin(), flags.end(), f) > 0; };
-            return same(first, second, has("--edges"), has("--ignore-z"));
-        }
+    if (command == "svg") return svg(argv[2], rest);
+    if (command == "validate") return readMesh(argv[2], first) ? validate(first, rest) : 2;
+    if (command == "points" && argc >= 4 && readMesh(argv[2], first)) {
+        return points(first, argv[3], argc >= 5 ? std::stol(argv[4]) : 0);
+    }
+    if (command == "same" && argc >= 4 && readMesh(argv[2], first) && readMesh(argv[3], second)) {
+        auto has = [&](const char* f) { return std::count(rest.begin() + 1, rest.end(), f) > 0; };
+        return same(first, second, has("--edges"), has("--ignore-z"));
     }
     std::fprintf(stderr,
                  "usage: rytri_meshcheck validate MESH [checks] | same MESH1 MESH2 [--edges] | "
