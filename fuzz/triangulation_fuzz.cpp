@@ -1,11 +1,11 @@
 // libFuzzer harness: decodes bytes into points, constraint edges, options and a band, runs every
-// exported entry point on them (also with the helper thread forced on), and aborts on anything
-// the library does not promise: a status the input cannot explain; after StatusOk a mesh the
-// shared validator rejects (its geometry and constraint records only where the band cannot blur
-// a sign: band 0, or integer coordinates and a band below 1); a copy or a helped run that
-// differs; finishing output that is not the live triangles or the inside ones; and, through the
-// sanitizers, any memory error, leak or undefined behaviour. maxIterations is 20000 (or 0..7),
-// so four collinear points fail after 20000 draws, not a million. RY_FUZZ_VERBOSE=1 prints input.
+// exported entry point on them, and aborts on anything the library does not promise: a status
+// the input cannot explain; after StatusOk a mesh the shared validator rejects (its geometry and
+// constraint records only where the band cannot blur a sign: band 0, or integer coordinates and
+// a band below 1); a copy that differs; finishing output that is not the live triangles or the
+// inside ones; and, through the sanitizers, any memory error, leak or undefined behaviour.
+// maxIterations is 20000 (or 0..7), so four collinear points fail after 20000 draws, not a
+// million. RY_FUZZ_VERBOSE=1 prints the input.
 //
 // Input format (missing bytes read as 0):
 //   header  h0 flags: bit0 bSpatialSort, bit1 bSplitCrossingConstraints, bit2 triangulate the
@@ -37,7 +37,6 @@
 #include <string>
 #include <vector>
 
-#include "mesh/HelperThread.h"
 #include "mesh/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/TestSupport.h"
@@ -181,34 +180,21 @@ RyTriangulation makeObject(const Input& d, int count) {
     return t;
 }
 
-/// Runs one triangulation call from the input's rand seed, then again with the helper thread
-/// forced on: the status, the record and the rand sequence after it must be the same.
+/// Runs one triangulation call from the input's rand seed; a copy must equal the record.
 PkTriangulationStatus run(const Input& d,
                           const std::vector<PkGePoint3d>& points,
                           const std::vector<PkMeshEdge>* edges,
                           RyTriangulation& t) {
-    PkTriangulationStatus status[2];
-    int next[2];
-    RyTriangulation helped = makeObject(d, int(points.size()));
-    const std::size_t saved = helperThreadMinPoints();
-    for (int k = 0; k < 2; ++k) {
-        RyTriangulation& u = k ? helped : t;
-        setHelperThreadMinPoints(k ? 0 : saved);
-        record(u).maxIterations = d.maxIterations;
-        u.setCDTTolerence(d.tolerance);
-        std::srand(d.seed);
-        status[k] = edges ? u.delaunayTriangulationWithConstraints(points, *edges)
-                          : u.delaunayTriangulation(points);
-        next[k] = std::rand();
-    }
-    setHelperThreadMinPoints(saved);
-    require(status[0] == status[1] && next[0] == next[1], "the helper thread changed the run");
-    require(rytest::differences(record(t), record(helped)).empty(),
-            "the helper thread changed the record");
+    record(t).maxIterations = d.maxIterations;
+    t.setCDTTolerence(d.tolerance);
+    std::srand(d.seed);
+    const PkTriangulationStatus status =
+        edges ? t.delaunayTriangulationWithConstraints(points, *edges)
+              : t.delaunayTriangulation(points);
     const RyTriangulation copy(t);
     require(rytest::differences(record(t), *RyTriangulationAccess::impl(copy)).empty(),
             "a copy differs");
-    return status[0];
+    return status;
 }
 
 /// The finishing calls on a valid mesh: ghost removal outputs exactly the live real triangles;

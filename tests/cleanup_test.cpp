@@ -135,15 +135,4 @@ TEST(Cleanup, FollowsThePlainRules) {
     EXPECT_GT(below, 20) << "no end tested the lowest-equal-point rule";
 }
 
-// A point equal to a kept one is merged even when the sort puts a different point between them
-// (the merge looks back one kept point only); its edge ends still go to the lowest equal point.
-TEST(Cleanup, EndsGoToTheLowestEqualPoint) {
-    PkConvert2dVertex plane = kXYPlane;
-    PkGeTol tol;
-    Points points = parse("1.00000000005 0 1 100 1 0");
-    Edges e = edges("0 1 0 2 1 2");
-    RyTriangulation().deleteDuplicateVertices(points, e, plane, tol);
-    EXPECT_EQ(show(points, e), show(parse("1 0 1 100 1.00000000005 0"), edges("0 1 -1 -1 0 1")));
-}
-
 }  // namespace

@@ -2,7 +2,7 @@
 // every input segment a chain of constraint edges through vertices on it, every vertex made at
 // a crossing on two input segments, repeats and origins consistent) on random segment soups
 // and segment grids, with and without crossing splits, in both insertion orders; exact
-// crossings and their heights; cuts at vertices on a segment; invalid edges.
+// crossings; cuts at vertices on a segment; repeats; invalid edges.
 #include <gtest/gtest.h>
 
 #include "mesh/RyTriangulationImpl.h"
@@ -81,37 +81,6 @@ TEST(Constraints, GridOfCrossingSegments) {
             ASSERT_EQ(crossed.status, StatusOk);
             EXPECT_EQ(int(crossed.mesh().vertices.size()), n);
             EXPECT_EQ(check(crossed, edges, n, Edges(edges.begin() + rows, edges.end())), "");
-        }
-    }
-}
-
-// k segments through the origin with symmetric ends: the first two cross exactly at (0, 0),
-// where the new vertex takes the mean height of their four ends; every later segment passes
-// through that vertex and is cut there.
-TEST(Constraints, StarThroughACommonCentre) {
-    const int dirs[8][2] = {
-        {16, 0}, {0, 16}, {16, 16}, {16, -16}, {16, 8}, {8, 16}, {-8, 16}, {16, -8}};
-    for (int k : {2, 5, 8}) {
-        Points points;
-        Edges edges;
-        for (int i = 0; i < k; ++i) {
-            points.emplace_back(dirs[i][0], dirs[i][1], i);
-            points.emplace_back(-dirs[i][0], -dirs[i][1], 100 + i);
-            edges.emplace_back(2 * i, 2 * i + 1);
-        }
-        points.emplace_back(5, 11, 0);
-        points.emplace_back(-13, 2, 0);
-        const int n = int(points.size());
-        for (const bool sorted : {true, false}) {
-            const Outcome run = triangulate(points, &edges, sorted, true);
-            ASSERT_EQ(run.status, StatusOk);
-            EXPECT_EQ(check(run, edges, n), "");
-            const std::vector<PkMeshPoint3d> v = run.tri->getMeshVertices();
-            ASSERT_EQ(int(v.size()), n + 1);
-            EXPECT_EQ(v.back().getPoint().x, 0.0);
-            EXPECT_EQ(v.back().getPoint().y, 0.0);
-            EXPECT_EQ(v.back().getPoint().z, (((1.0 + 0.0) + 100.0) + 101.0) * 0.25);
-            EXPECT_EQ(int(run.mesh().constraintEdges.size()), 2 * k);
         }
     }
 }

@@ -1,6 +1,6 @@
-// Delaunay triangulation: the validator on every named input family in both insertion orders,
-// brute-force empty circumcircles, order independence, the documented insertion order (the
-// output order follows it), the helper thread differential, and the nearest-vertex index.
+// Delaunay triangulation: the validator on every input family in both insertion orders, empty
+// circumcircles by brute force, order independence, the documented insertion order (the output
+// order follows it), the helper thread differential, and the nearest-vertex index's search.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -40,10 +40,8 @@ TEST_P(Families, GiveValidDelaunayTriangulations) {
         // The output holds the real triangles in working-list order, the vertices the input.
         run.tri->deleteGhostTriangle();
         std::vector<PkMeshTriangle> real, out = run.tri->getMeshTriangles();
-        std::copy_if(run.mesh().triangles.begin(),
-                     run.mesh().triangles.end(),
-                     std::back_inserter(real),
-                     [](const PkMeshTriangle& t) { return !isGhost(t); });
+        for (const PkMeshTriangle& t : run.mesh().triangles)
+            real.insert(real.end(), !isGhost(t), t);
         EXPECT_TRUE(out.size() == real.size() &&
                     !std::memcmp(out.data(), real.data(), 28 * out.size()));
         const std::vector<PkMeshPoint3d> v = run.tri->getMeshVertices();
@@ -55,14 +53,13 @@ TEST_P(Families, GiveValidDelaunayTriangulations) {
 }
 
 std::string familyName(const testing::TestParamInfo<std::tuple<int, bool>>& info) {
-    const bool sorted = std::get<1>(info.param);
-    return generators()[std::size_t(std::get<0>(info.param))].name +
-           std::string(sorted ? "_sorted" : "_shuffled");
+    const char* order = std::get<1>(info.param) ? "_sorted" : "_shuffled";
+    return generators()[std::size_t(std::get<0>(info.param))].name + std::string(order);
 }
 
 INSTANTIATE_TEST_SUITE_P(Named,
                          Families,
-                         testing::Combine(testing::Range(0, 8), testing::Bool()),
+                         testing::Combine(testing::Range(0, 7), testing::Bool()),
                          familyName);
 
 // No input point lies strictly inside the circumcircle of an output triangle (exact, band 0):
@@ -72,26 +69,22 @@ TEST(Delaunay, CircumcirclesAreEmptyByBruteForce) {
     int meshes = 0;
     for (std::uint64_t seed = 1; seed <= 300; ++seed) {
         Rng rng(seed);
-        Points points =
-            seed % 3 == 1 ? uniformPoints(4 + rng.below(58), seed, -1.0, 1.0) : Points();
-        std::set<std::pair<int, int>> used;
-        for (int n = 4 + rng.below(50); seed % 3 == 0 && int(points.size()) < n;) {
+        Points points = seed % 3 ? uniformPoints(4 + rng.below(58), seed, -1.0, 1.0) : Points();
+        for (std::set<std::pair<int, int>> used; seed % 3 == 0 && used.size() < 50;) {
             const int x = rng.below(9), y = rng.below(9);
             if (used.insert({x, y}).second) points.emplace_back(x, y, 0.0);
         }
-        const double r = std::ldexp(1.0, -66), far = std::ldexp(1.0, 13 + rng.below(187));
-        for (int i = 0, ring = 8 + rng.below(24); seed % 3 == 2 && i < ring; ++i) {
-            const double a = 6.283185307179586 * (i + 0.25 * rng.uniform()) / ring;
-            points.emplace_back(-r + r * std::cos(a), -r + r * std::sin(a), 0.0);
-            if (i == ring - 1)
-                points.emplace_back(std::nextafter(points[0].x, 1.0), points[0].y, 0.0);
-            if (i == ring - 1)
-                points.emplace_back(-far, -far, 0.0), points.emplace_back(far, -far / 3, 0.0);
+        if (seed % 3 == 2) {
+            const double r = std::ldexp(1.0, -66), far = std::ldexp(1.0, 13 + rng.below(187));
+            for (PkGePoint3d& p : points)
+                p = PkGePoint3d(
+                    r * std::cos(3.14159 * p.x) - r, r * std::sin(3.14159 * p.x) - r, 0);
+            points.emplace_back(std::nextafter(points[0].x, 1.0), points[0].y, 0.0);
+            points.emplace_back(-far, -far, 0.0);
+            points.emplace_back(far, -far / 3, 0.0);
         }
         for (const bool sorted : {true, false}) {
             const Outcome run = triangulate(points, nullptr, sorted, true, 0.0);
-            if (run.status == StatusLocateFailed && realTriangles(run.mesh()).empty())
-                continue;  // a line
             ASSERT_EQ(run.status, StatusOk) << describe(points);
             ASSERT_EQ(validate(run.mesh()), "") << describe(points);
             const std::vector<PkMeshPoint3d>& v = run.mesh().vertices;
@@ -106,7 +99,7 @@ TEST(Delaunay, CircumcirclesAreEmptyByBruteForce) {
             ++meshes;
         }
     }
-    EXPECT_GT(meshes, 500);
+    EXPECT_EQ(meshes, 600);
 }
 
 // Points in general position have one Delaunay triangulation, whatever the insertion order.
@@ -130,7 +123,6 @@ std::vector<int> shuffled(int n) {
 // to the front. The sorted driver must build, slot for slot, what inserting each vertex from the
 // previous one in that order builds, with and without its helper thread.
 TEST(Delaunay, InsertionFollowsTheDocumentedOrder) {
-    EXPECT_EQ(shuffled(5), (std::vector<int>{3, 2, 4, 1, 0}));
     EXPECT_EQ(shuffled(10), (std::vector<int>{9, 6, 4, 1, 7, 3, 2, 0, 8, 5}));
     // Cell (i, j) of a 4 x 4 grid at (i + 0.01 j, j + 0.013 i), numbered 4 i + j: the Hilbert
     // curve from the upper right corner to the upper left one.
@@ -140,15 +132,14 @@ TEST(Delaunay, InsertionFollowsTheDocumentedOrder) {
     std::vector<int> order = shuffled(16);
     hilbertSort(order.begin(), order.end(), grid, 0, false, false);
     EXPECT_EQ(order, (std::vector<int>{15, 11, 10, 14, 13, 12, 8, 9, 5, 4, 0, 1, 2, 6, 7, 3}));
-    // Three points, shuffled order (1, 2, 0): the real triangle and three ghosts as documented.
+    // Three points in the shuffled order (1, 2, 0): the real triangle and three ghosts.
     const Outcome three = triangulate(parse("0 0 1 0 0 1"), nullptr, false);
     const int first[] = {1, 2, 0,  1, 2, 3, 0, 2, 1, -2, 0, 3, 2, 1,
                          0, 2, -2, 0, 1, 3, 1, 1, 0, -2, 0, 2, 1, 1};
-    ASSERT_EQ(three.mesh().triangles.size(), 4u);
-    EXPECT_EQ(std::memcmp(three.mesh().triangles.data(), first, sizeof first), 0);
-    EXPECT_EQ(
-        vertexTriangle(three.mesh().vertices[0]) * 10 + vertexTriangle(three.mesh().vertices[2]),
-        21);
+    EXPECT_TRUE(three.mesh().triangles.size() == 4u &&
+                !std::memcmp(three.mesh().triangles.data(), first, 112));
+    EXPECT_TRUE(vertexTriangle(three.mesh().vertices[0]) == 2 &&
+                vertexTriangle(three.mesh().vertices[2]) == 1);
 
     Points repeated = uniformPoints(3000, 41);
     repeated.push_back(repeated[1700]);
@@ -161,7 +152,7 @@ TEST(Delaunay, InsertionFollowsTheDocumentedOrder) {
             RyTriangulationImpl replay;
             replay.options = run.mesh().options;
             replay.cdtTolerance = replay.band = 0.0;
-            for (const PkGePoint3d& p : points) replay.vertices.emplace_back(p);
+            replay.vertices.assign(points.begin(), points.end());
             order = shuffled(int(points.size()));
             spatialSort(order, replay.vertices);
             std::srand(1);
@@ -187,17 +178,17 @@ TEST(Delaunay, HelperThreadChangesNothing) {
     Edges chords;
     for (int i = 0; i < 60; ++i) chords.emplace_back(i * 7919 % 8000, (i * 104729 + 17) % 8000);
     const std::size_t saved = helperThreadMinPoints();
-    for (const bool sorted : {false, true}) {
-        int limit = 1000000;
-        for (const Points& points : {uniformPoints(30000, 53),
-                                     gaussianClusters(20000, 20, 54),
-                                     integerGrid(130, 120),
-                                     repeated,
-                                     early,
-                                     uniformPoints(5000, 57),
-                                     uniformPoints(8000, 60)}) {
-            const Edges* edges = points.size() == 8000 ? &chords : nullptr;
-            limit = points.size() == 5000 ? 30 : 1000000;  // stops at the flip limit
+    for (const Points& points : {uniformPoints(30000, 53),
+                                 gaussianClusters(20000, 20, 54),
+                                 integerGrid(130, 120),
+                                 repeated,
+                                 early,
+                                 uniformPoints(5000, 57),
+                                 uniformPoints(8000, 60),
+                                 uniformPoints(4, 58)}) {
+        const Edges* edges = points.size() == 8000 ? &chords : nullptr;
+        const int limit = points.size() == 5000 ? 30 : 1000000;  // stops at the flip limit
+        for (const bool sorted : {false, true}) {
             setHelperThreadMinPoints(std::numeric_limits<std::size_t>::max());
             const Outcome alone = triangulate(points, edges, sorted, true, 1e-9, limit);
             const int next = std::rand();
@@ -217,11 +208,10 @@ double distance2(const PkMeshPoint3d& v, const double* q) {
     return (p[0] - q[0]) * (p[0] - q[0]) + (p[1] - q[1]) * (p[1] - q[1]);
 }
 
-/// The documented search over the tree's boxes, halved at their midpoints with alternating axes:
-/// depth first, the query's side first, an entry skipped when the squared distance from the
-/// query to its parent's splitting line exceeds the best so far, a strictly smaller distance
-/// needed to replace the best. Both children carry that bound, so a closer vertex on the query's
-/// own side may be skipped: the answer only seeds a walk.
+/// The documented search over boxes halved at their midpoints, axes alternating: depth first, the
+/// query's side first, an entry skipped when the squared distance from the query to its parent's
+/// splitting line exceeds the best so far, a strictly smaller distance needed to replace the best.
+/// Both children carry that bound, so a closer vertex on the query's side may be skipped.
 void search(const VertexKdTree& tree,
             const std::vector<PkMeshPoint3d>& v,
             const double* q,
@@ -263,9 +253,9 @@ void search(const VertexKdTree& tree,
 }
 
 // The nearest-vertex index answers by its documented search (ties included), never closer than
-// the brute-force nearest and mostly at it: clusters, lattices of ties and repeats, lines, points
-// that make the box grow, the ends of the magnitude range; built from three points or grown from
-// the whole plane; by each of its query entry points.
+// the brute-force nearest and mostly at it: clusters, lattices with repeats, lines, points that
+// make the box grow, the ends of the magnitude range; built from three points or grown from the
+// whole plane; by each of its query entry points.
 TEST(Delaunay, NearestVertexFollowsItsSearchRule) {
     Points spiral, repeats = integerGrid(20, 20);
     for (int i = 0; i < 3000; ++i)
@@ -276,9 +266,9 @@ TEST(Delaunay, NearestVertexFollowsItsSearchRule) {
                                  gaussianClusters(3000, 5, 2),
                                  repeats,
                                  spiral,
-                                 generators()[5].make(500, 3),
-                                 generators()[6].make(3000, 4),
-                                 generators()[7].make(3000, 5)}) {
+                                 generators()[4].make(500, 3),
+                                 generators()[5].make(3000, 4),
+                                 generators()[6].make(3000, 5)}) {
         for (const bool built : {false, true}) {
             const std::vector<PkMeshPoint3d> v(points.begin(), points.end());
             VertexKdTree tree;
@@ -303,8 +293,8 @@ TEST(Delaunay, NearestVertexFollowsItsSearchRule) {
                 queries += found >= 0;
             };
             for (int i = built ? 3 : 0; i < int(v.size()) && !HasFailure(); ++i) {
-                // A random earlier point, then the next one by each entry point in turn; the
-                // last entry point inserts it.
+                // A random earlier point, then the next one by each entry point in turn (the last
+                // one inserts it).
                 const double *next = vertexXY(v[std::size_t(i)]),
                              *earlier = vertexXY(v[std::size_t(rng.below(i + 1))]);
                 expect(earlier, tree.nearestIndex(earlier), i);

@@ -1,6 +1,7 @@
 // The allocation budget: the replaceable allocation functions of the test executables that use
-// it, counting the budget down while one is set. Every form that pairs with the deletes below is
-// replaced, so no block from another allocator reaches std::free (nor one of these another one).
+// it, counting the budget down while one is set. The nothrow forms serve std::stable_sort's
+// buffer, and every delete that pairs with these news is replaced too, so no block moves between
+// allocators (the sanitizers check). Over-aligned forms stay the runtime's, pairs among themselves.
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -10,17 +11,13 @@
 namespace {
 std::atomic<long> gBudget{-1};  // allocations left; negative: unlimited
 
-void* allocate(std::size_t size, std::size_t align = 0) {
+void* allocate(std::size_t size) {
     for (long left = gBudget.load(); left >= 0;) {
         if (left == 0) throw std::bad_alloc();
         if (gBudget.compare_exchange_weak(left, left - 1)) break;
     }
-    void* p = nullptr;
-    if (align > sizeof(void*) ? posix_memalign(&p, align, size + 1) != 0
-                              : !(p = std::malloc(size + 1))) {
-        throw std::bad_alloc();
-    }
-    return p;
+    if (void* p = std::malloc(size + 1)) return p;
+    throw std::bad_alloc();
 }
 
 void* allocateOrNull(std::size_t size) noexcept {
@@ -45,12 +42,6 @@ void* operator new(std::size_t n) {
 void* operator new[](std::size_t n) {
     return allocate(n);
 }
-void* operator new(std::size_t n, std::align_val_t a) {
-    return allocate(n, std::size_t(a));
-}
-void* operator new[](std::size_t n, std::align_val_t a) {
-    return allocate(n, std::size_t(a));
-}
 void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
     return allocateOrNull(n);
 }
@@ -67,18 +58,6 @@ void operator delete(void* p, std::size_t) noexcept {
     std::free(p);
 }
 void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept {
     std::free(p);
 }
 void operator delete(void* p, const std::nothrow_t&) noexcept {

@@ -299,29 +299,10 @@ std::string validate(const PlainMesh& m, const Checks& c) {
     }
     Geometry g{at, c, c.band >= 0.0 ? c.band : 0.0, r, 0.0, {}};
     g.triangles(tris, true);
-    // Around a vertex with every edge shared the angles sum to 2 pi; 4 pi is a double cover.
-    std::vector<long double> turn(std::size_t(nv), 0.0L);
-    std::vector<char> rim(std::size_t(nv), 0);
     std::unordered_map<int, std::vector<int>> edges;
-    for (const Triple& v : tris) {
-        for (int k = 0; k < 3; ++k) {
-            const int a = v[k], b = v[(k + 1) % 3], p = v[(k + 2) % 3];
-            const bool shared = g.directed.count(key(b, a)) != 0;
-            if (!shared) rim[std::size_t(a)] = rim[std::size_t(b)] = 1;
-            if (a < b || !shared) edges[a].push_back(b), edges[b].push_back(a);
-            const long double ux = at[b][0] - (long double)at[a][0],
-                              uy = at[b][1] - (long double)at[a][1];
-            const long double wx = at[p][0] - (long double)at[a][0],
-                              wy = at[p][1] - (long double)at[a][1];
-            turn[std::size_t(a)] +=
-                std::atan2(ux * wy - uy * wx, ux * wx + uy * wy) / 6.283185307179586477L;
-        }
-    }
-    for (int i = 0; i < nv; ++i) {
-        const long double t = turn[std::size_t(i)];
-        if (rim[std::size_t(i)] ? t > 1 + 1e-9 : t != 0 && std::fabs(t - 1) > 1e-9) {
-            r.add("the triangles around vertex " + std::to_string(i) + " do not turn once");
-        }
+    for (const auto& [e, t] : g.directed) {
+        const int a = int(e >> 32), b = int(e & 0xffffffff);
+        if (a < b || !g.directed.count(key(b, a))) edges[a].push_back(b), edges[b].push_back(a);
     }
     std::unordered_set<long long> chained;
     for (const PkMeshEdge& s : c.required) {

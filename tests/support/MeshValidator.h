@@ -43,8 +43,8 @@ struct Checks {
 std::string validate(const RyTriangulationImpl& mesh, const Checks& checks = {});
 
 /// A mesh as a file holds it (real triangles only): indices, orientation, each directed edge
-/// used once, no vertex wrapped twice by its triangles, each `required` segment a chain of mesh
-/// edges through vertices on it, and local Delaunay off those chains.
+/// used once, each `required` segment a chain of mesh edges through vertices on it, and local
+/// Delaunay off those chains.
 struct PlainMesh {
     std::vector<std::array<double, 2>> xy;
     std::vector<std::array<int, 3>> triangles;

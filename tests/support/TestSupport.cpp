@@ -1,7 +1,6 @@
 #include "support/TestSupport.h"
 
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <sstream>
 
@@ -79,16 +78,6 @@ Points onCircle(int n, std::uint64_t seed) {  // cocircular up to rounding
     return p;
 }
 
-Points latticeCircle(int, std::uint64_t) {  // 32045^2 = x^2 + y^2 has 324 integer solutions
-    Points p;
-    for (long long x = -32045; x <= 32045; ++x) {
-        const long long rest = 32045LL * 32045 - x * x, y = std::llround(std::sqrt(double(rest)));
-        if (y * y == rest) p.emplace_back(double(x), double(y), 0.0);
-        if (y * y == rest && y != 0) p.emplace_back(double(x), double(-y), 0.0);
-    }
-    return p;
-}
-
 Points lineAndFive(int n, std::uint64_t seed) {  // n points on a line, five off it
     Points p = uniformPoints(5, seed, -n, n);
     for (int i = 0; i < n; ++i) p.emplace_back(2 * i - n, i - n / 2.0 + 3, 0.0);
@@ -110,7 +99,6 @@ const std::vector<Generator>& generators() {
         {"clustered", [](int n, std::uint64_t s) { return gaussianClusters(n, 8, s); }, 1e-9},
         {"grid", grid, 1e-9},
         {"circle", onCircle, 0.0},
-        {"latticeCircle", latticeCircle, 1e-9},
         {"line", lineAndFive, 1e-9},
         {"tiny", [](int n, std::uint64_t s) { return scaled(uniformPoints(n, s), 3e-55); }, 0.0},
         {"huge", [](int n, std::uint64_t s) { return scaled(uniformPoints(n, s), 3e54); }, 0.0},
@@ -151,12 +139,11 @@ std::string differences(const RyTriangulationImpl& a, const RyTriangulationImpl&
 std::string describe(const Points& points, const Edges& edges) {
     std::ostringstream s;
     s.precision(17);
-    s << points.size() << " points";
-    for (std::size_t i = 0; i < points.size() && points.size() <= 64; ++i) {
-        s << (i ? " " : ": ") << points[i].x << " " << points[i].y;
-    }
-    s << "; edges:";
-    for (const PkMeshEdge& e : edges) s << " " << e.EdgeIndex1() << " " << e.EdgeIndex2();
+    s << points.size() << " points:";
+    for (std::size_t i = 0; i < points.size() && points.size() <= 64; ++i)
+        s << " " << points[i].x << " " << points[i].y;
+    for (const PkMeshEdge& e : edges)
+        s << (&e == &edges[0] ? "; edges: " : " ") << e.EdgeIndex1() << " " << e.EdgeIndex2();
     return s.str();
 }
 

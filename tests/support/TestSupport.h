@@ -1,10 +1,9 @@
-// Shared by the tests (and the benchmarks): deterministic point generators, a runner that
-// triangulates and exposes the record for the validator, and an allocation budget that makes
+// Shared by the tests (and the benchmarks): deterministic inputs, a runner that triangulates and
+// exposes the record to the validator, record comparison, and an allocation budget that makes
 // the global operator new of a test executable throw std::bad_alloc on demand.
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,18 +29,16 @@ private:
     std::uint64_t state;
 };
 
-/// n points uniform in [lo, hi)^2; z carries the index.
+/// n points uniform in [lo, hi)^2 (z the index); in Gaussian blobs; (i, j) * spacing numbered
+/// j * nx + i (collinear and cocircular everywhere); from "x y x y ..."; edges from "a b ...".
 Points uniformPoints(int n, std::uint64_t seed, double lo = 0.0, double hi = 1000.0);
-/// n points in Gaussian blobs of deviation `sigma` centred uniformly in [0, extent)^2.
 Points gaussianClusters(
     int n, int clusters, std::uint64_t seed, double extent = 1000.0, double sigma = 5.0);
-/// nx * ny points (i, j) * spacing, numbered j * nx + i: cocircular and collinear everywhere.
 Points integerGrid(int nx, int ny, double spacing = 1.0);
-/// Points from "x y x y ...", and edges from "a b a b ...".
 Points parse(const char* xy);
 Edges edges(const char* pairs);
 
-/// A named input family for parameterised suites, with the band that keeps it exact.
+/// Named input families for parameterised suites, with the band that keeps each exact.
 struct Generator {
     const char* name;
     Points (*make)(int n, std::uint64_t seed);
@@ -49,13 +46,12 @@ struct Generator {
 };
 const std::vector<Generator>& generators();
 
-/// The record behind a handle, for the validator.
 inline RyTriangulationImpl& record(RyTriangulation& t) {
     return *RyTriangulationAccess::impl(t);
 }
 
-/// One triangulation run from a fixed rand() seed (the first triangle and the walks draw from
-/// it), constrained when `edges` is given.
+/// A triangulation from a fixed rand() seed (the first triangle and the walks draw from it),
+/// constrained when `edges` is given.
 struct Outcome {
     std::unique_ptr<RyTriangulation> tri;
     PkTriangulationStatus status = StatusOk;
@@ -66,20 +62,26 @@ Outcome triangulate(const Points& points,
                     bool sorted = true,
                     bool split = true,
                     double band = 1e-9,
-                    int maxIterations = 1000000);
+                    int limit = 1000000);
 
-/// Makes allocations fail (std::bad_alloc) once `budget` of them are spent, while alive.
-class AllocationBudget {
-public:
+/// What differs between two records ("" when nothing does): options, limits, working and output
+/// triangles, vertex records bit for bit, free slots, constraint records.
+std::string differences(const RyTriangulationImpl& a, const RyTriangulationImpl& b);
+
+/// The input (up to 64 points), to reproduce a failure.
+std::string describe(const Points& points, const Edges& edges = {});
+
+/// Makes allocations throw std::bad_alloc once `budget` of them are spent, while alive.
+struct AllocationBudget {
     explicit AllocationBudget(long budget);
     ~AllocationBudget();
 };
 
-/// Runs `call` under budgets 0, 1, 2, ... until it no longer throws, calling `after(budget)`
-/// after each failure. Returns the number of failures, or -1 if it never succeeded.
+/// Runs `call` under budgets 0, 1, 2, ... until it does not throw, calling `after(budget)` after
+/// each failure; returns the number of failures.
 template <class Call, class After>
-int sweepAllocations(Call call, After after, int limit = 20000) {
-    for (int budget = 0; budget < limit; ++budget) {
+int sweepAllocations(Call call, After after) {
+    for (int budget = 0;; ++budget) {
         try {
             AllocationBudget scope(budget);
             call();
@@ -88,15 +90,6 @@ int sweepAllocations(Call call, After after, int limit = 20000) {
         }
         after(budget);
     }
-    return -1;
 }
-
-/// What differs between two records ("" when nothing does): options, limits, the working and
-/// output triangles with links and flags, the vertex records bit for bit, free slots and the
-/// constraint records.
-std::string differences(const RyTriangulationImpl& a, const RyTriangulationImpl& b);
-
-/// The input in full (up to 64 points), to reproduce a failure.
-std::string describe(const Points& points, const Edges& edges = {});
 
 }  // namespace rytest

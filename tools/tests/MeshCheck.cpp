@@ -7,17 +7,16 @@
 //   rytri_meshcheck points MESH POINTS.xyz [ADDED]
 //   rytri_meshcheck svg FILE [--contains TEXT] [--lacks TEXT]...
 //
-// MESH is NAME.obj (v, f, l lines) or NAME.ele (with NAME.node, and NAME.poly for the
-// constraint edges when it exists). Validation: indices in range; every triangle
-// counter-clockwise by the exact test; every directed edge used once; no vertex wrapped twice;
-// optionally the kept area, the convex hull covered (no vertex right of a boundary edge), local
-// Delaunay off the constraints (band 1e-9, the library's default), every constraint edge a chain
-// of mesh edges. Exit 0 when all checks pass, 1 with the problems listed, 2 on unreadable files.
+// MESH is NAME.obj (v, f, l lines) or NAME.ele (with NAME.node, and NAME.poly for the constraint
+// edges when it exists). Validation: indices in range, every triangle counter-clockwise by the
+// exact test, every directed edge used once; optionally the kept area, the convex hull covered
+// (no vertex right of a boundary edge), local Delaunay off the constraints (band 1e-9, the
+// library's default), every constraint edge a chain of mesh edges. Exit 0 when every check
+// passes, 1 with the problems listed, 2 on unreadable files or bad usage.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
-#include <map>
 #include <set>
 #include <sstream>
 
@@ -27,7 +26,7 @@
 namespace {
 
 using Point = std::array<double, 3>;
-using Lines = std::vector<std::vector<std::string>>;
+using Words = std::vector<std::vector<std::string>>;
 
 struct MeshFile {
     std::vector<Point> vertices;
@@ -36,12 +35,11 @@ struct MeshFile {
 };
 
 /// The words of every line without comments; false when the file cannot be read.
-bool read(const std::string& path, Lines& lines) {
+bool read(const std::string& path, Words& lines) {
     std::ifstream in(path);
-    for (std::string line, word; in && std::getline(in, line);) {
+    for (std::string line, word; std::getline(in, line);) {
         std::istringstream split(line.substr(0, line.find('#')));
-        lines.emplace_back();
-        while (split >> word) lines.back().push_back(word);
+        for (lines.emplace_back(); split >> word;) lines.back().push_back(word);
         if (lines.back().empty()) lines.pop_back();
     }
     return bool(std::ifstream(path));
@@ -52,40 +50,37 @@ bool read(const std::string& path, Lines& lines) {
 bool readMesh(const std::string& path, MeshFile& m) {
     const std::string stem = path.substr(0, path.size() - std::min<std::size_t>(4, path.size()));
     const bool obj = path == stem + ".obj";
-    Lines node, ele, poly;
+    Words node, ele, poly;
     try {
-        if (!obj && path != stem + ".ele") throw std::runtime_error("unknown format");
-        if (!read(obj ? path : stem + ".node", node) || (!obj && !read(path, ele)))
-            throw std::runtime_error("");
+        if (!read(obj ? path : stem + ".node", node) ||
+            (!obj && (path != stem + ".ele" || !read(path, ele))))
+            throw 0;
         const int base = obj ? 1 : std::stoi(node.at(1).at(0));
         auto at = [&](const std::vector<std::string>& w, std::size_t k) {
             return std::stoi(w.at(k)) - base;
         };
+        const bool z = obj || std::stoi(node[0].at(2)) > 0;
         for (std::size_t k = !obj; k < node.size(); ++k) {
             const std::vector<std::string>& w = node[k];
-            if (!obj && (std::stol(w.at(0)) != base + long(k) - 1 || node[0].at(1) != "2"))
-                throw std::runtime_error("");
-            const bool z = obj || std::stoi(node[0].at(2)) > 0;
+            const bool line = obj && (w[0] == "f" || w[0] == "l");
+            if (line ? w.size() != (w[0] == "f" ? 4u : 3u)
+                     : !obj && std::stol(w[0]) != base + long(k) - 1)
+                throw 0;
             if (!obj || w[0] == "v")
                 m.vertices.push_back(
                     {std::stod(w.at(1)), std::stod(w.at(2)), z ? std::stod(w.at(3)) : 0});
-            if (obj && w[0] == "f") m.triangles.push_back({at(w, 1), at(w, 2), at(w, 3)});
-            if (obj && w[0] == "l") m.edges.emplace_back(at(w, 1), at(w, 2));
-            if (obj && w.size() != (w[0] == "f" ? 4u : 3u) && (w[0] == "f" || w[0] == "l"))
-                throw std::runtime_error("");
+            if (line && w[0] == "f") m.triangles.push_back({at(w, 1), at(w, 2), at(w, 3)});
+            if (line && w[0] == "l") m.edges.emplace_back(at(w, 1), at(w, 2));
         }
         for (std::size_t k = 1; k < ele.size(); ++k)
             m.triangles.push_back({at(ele[k], 1), at(ele[k], 2), at(ele[k], 3)});
-        for (long k = 0; !obj && read(stem + ".poly", poly) && k < std::stol(poly.at(1).at(0));
-             ++k) {
-            m.edges.emplace_back(at(poly.at(std::size_t(k) + 2), 1),
-                                 at(poly.at(std::size_t(k) + 2), 2));
-        }
+        const long segments = !obj && read(stem + ".poly", poly) ? std::stol(poly.at(1).at(0)) : 0;
+        for (std::size_t k = 2; k < std::size_t(segments) + 2; ++k)
+            m.edges.emplace_back(at(poly.at(k), 1), at(poly.at(k), 2));
         if (!obj && (long(node.size()) != std::stol(node[0][0]) + 1 ||
-                     long(ele.size()) != std::stol(ele[0][0]) + 1)) {
-            throw std::runtime_error("");
-        }
-    } catch (const std::exception&) {
+                     long(ele.size()) != std::stol(ele[0][0]) + 1))
+            throw 0;
+    } catch (...) {
         return std::fprintf(stderr, "meshcheck: cannot read %s\n", path.c_str()), false;
     }
     return true;
@@ -99,11 +94,11 @@ int report(const std::vector<std::string>& problems, const std::string& ok) {
 
 int validate(const MeshFile& m, const std::vector<std::string>& options) {
     double area = NAN, areaTol = 1e-9, minTriangles = 1;
+    const std::set<std::string> flags(options.begin(), options.end());
     rytest::Checks checks;
     checks.band = 1e-9;
-    auto has = [&](const char* o) { return std::count(options.begin(), options.end(), o) > 0; };
-    checks.delaunay = has("--delaunay");
-    if (has("--constraints")) checks.required = m.edges;
+    checks.delaunay = flags.count("--delaunay");
+    if (flags.count("--constraints")) checks.required = m.edges;
     for (std::size_t i = 0; i < options.size(); ++i) {
         const std::string& o = options[i];
         if ((o == "--area" || o == "--area-tol" || o == "--min-triangles") &&
@@ -138,22 +133,21 @@ int validate(const MeshFile& m, const std::vector<std::string>& options) {
             directed.emplace(t[std::size_t(k)], t[(k + 1) % 3]);
     }
     if (double(m.triangles.size()) < minTriangles) problems.push_back("too few triangles");
-    if (has("--all-vertices-used") && std::count(used.begin(), used.end(), 0))
+    if (flags.count("--all-vertices-used") && std::count(used.begin(), used.end(), 0))
         problems.push_back("an unused vertex");
     if (!std::isnan(area) &&
         std::fabs(double(sum) - area) > areaTol * std::max(1.0, std::fabs(area))) {
         problems.push_back("kept area " + std::to_string(double(sum)) + ", expected " +
                            std::to_string(area));
     }
-    for (const auto& [a, b] : has("--hull") ? directed : std::set<std::pair<int, int>>()) {
-        for (const Point& p : m.vertices) {
-            if (!directed.count({b, a}) && orient2d(m.vertices[std::size_t(a)].data(),
-                                                    m.vertices[std::size_t(b)].data(),
-                                                    p.data()) < 0) {
-                problems.push_back("the boundary edge " + std::to_string(a) + "-" +
-                                   std::to_string(b) + " is no hull edge");
-                break;
-            }
+    for (const auto& [a, b] : flags.count("--hull") ? directed : std::set<std::pair<int, int>>()) {
+        const double *p = m.vertices[std::size_t(a)].data(), *q = m.vertices[std::size_t(b)].data();
+        const bool rim = !directed.count({b, a});
+        if (rim && std::any_of(m.vertices.begin(), m.vertices.end(), [&](const Point& v) {
+                return orient2d(p, q, v.data()) < 0;
+            })) {
+            problems.push_back("the boundary edge " + std::to_string(a) + "-" + std::to_string(b) +
+                               " is no hull edge");
         }
     }
     char ok[160];
@@ -168,28 +162,20 @@ int validate(const MeshFile& m, const std::vector<std::string>& options) {
 }
 
 int same(const MeshFile& a, const MeshFile& b, bool edges, bool ignoreZ) {
-    auto triangles = [](const MeshFile& m) {  // rotated to the smallest corner, orientation kept
-        std::multiset<std::array<int, 3>> s;
+    auto contents = [&](const MeshFile& m) {  // triangles rotated to the smallest corner
+        std::multiset<std::vector<double>> s;
+        for (const Point& p : m.vertices)
+            s.insert({0, double(s.size()), p[0], p[1], ignoreZ ? 0 : p[2]});
         for (std::array<int, 3> t : m.triangles) {
             std::rotate(t.begin(), std::min_element(t.begin(), t.end()), t.end());
-            s.insert(t);
+            s.insert({1, double(t[0]), double(t[1]), double(t[2])});
         }
+        for (const PkMeshEdge& e : edges ? m.edges : std::vector<PkMeshEdge>())
+            s.insert({2, double(e.EdgeIndex1()), double(e.EdgeIndex2())});
         return s;
     };
-    auto edgeSet = [](const MeshFile& m) {
-        std::multiset<std::pair<int, int>> s;
-        for (const PkMeshEdge& e : m.edges) s.emplace(e.EdgeIndex1(), e.EdgeIndex2());
-        return s;
-    };
-    auto vertices = [ignoreZ](std::vector<Point> v) {
-        for (Point& p : v) p[2] = ignoreZ ? 0.0 : p[2];
-        return v;
-    };
-    std::vector<std::string> problems;
-    if (vertices(a.vertices) != vertices(b.vertices)) problems.push_back("the vertices differ");
-    if (triangles(a) != triangles(b)) problems.push_back("the triangles differ");
-    if (edges && edgeSet(a) != edgeSet(b)) problems.push_back("the constraint edges differ");
-    return report(problems,
+    const std::vector<std::string> differ = {"the vertices, triangles or constraint edges differ"};
+    return report(contents(a) == contents(b) ? std::vector<std::string>() : differ,
                   "same: " + std::to_string(a.vertices.size()) + " vertices, " +
                       std::to_string(a.triangles.size()) + " triangles");
 }
@@ -197,30 +183,26 @@ int same(const MeshFile& a, const MeshFile& b, bool edges, bool ignoreZ) {
 /// Every vertex is an input point, height included (at most `added` were made at crossings), and
 /// every input position is a vertex.
 int points(const MeshFile& m, const std::string& path, long added) {
-    Lines lines;
-    if (!read(path, lines))
-        return std::fprintf(stderr, "meshcheck: cannot read %s\n", path.c_str()), 2;
-    std::map<std::pair<double, double>, std::set<double>> input;
-    for (const std::vector<std::string>& w : lines) {
-        std::string text;
-        for (const std::string& s : w) text += s + " ";
-        std::replace(text.begin(), text.end(), ',', ' ');
-        std::istringstream in(text);
-        double x, y, z = 0.0;
-        if (in >> x >> y) input[{x, y}].insert((in >> z, z));
+    std::ifstream in(path);
+    if (!in) return std::fprintf(stderr, "meshcheck: cannot read %s\n", path.c_str()), 2;
+    std::set<Point> input;
+    std::set<std::pair<double, double>> positions, seen;
+    for (std::string line; std::getline(in, line);) {
+        std::replace(line.begin(), line.end(), ',', ' ');
+        std::istringstream words(line.substr(0, line.find('#')));
+        Point p{0, 0, 0};
+        if (!(words >> p[0] >> p[1])) continue;
+        words >> p[2];
+        input.insert(p);
+        positions.emplace(p[0], p[1]);
     }
     std::vector<std::string> problems;
-    std::set<std::pair<double, double>> seen;
     for (const Point& p : m.vertices) {
-        const auto it = input.find({p[0], p[1]});
-        added -= it == input.end();
-        if (it != input.end() && !it->second.count(p[2]))
-            problems.push_back("a vertex has a height no input point there has");
-        if (it != input.end()) seen.insert(it->first);
+        if (input.count(p)) seen.emplace(p[0], p[1]);
+        if (!input.count(p) && (positions.count({p[0], p[1]}) || --added < 0))
+            problems.push_back("a vertex is no input point");
     }
-    if (added < 0) problems.push_back("too many vertices are not input points");
-    if (seen.size() != input.size())
-        problems.push_back("input positions are missing from the mesh");
+    if (seen != positions) problems.push_back("input positions are missing from the mesh");
     return report(problems, "points ok: " + std::to_string(m.vertices.size()) + " vertices");
 }
 
@@ -229,19 +211,17 @@ int svg(const std::string& path, const std::vector<std::string>& options) {
     if (!in) return std::fprintf(stderr, "meshcheck: cannot read %s\n", path.c_str()), 2;
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     std::vector<std::string> problems;
-    const std::size_t end = text.rfind("</svg>");
-    if (text.find("<svg") == std::string::npos || end == std::string::npos ||
-        text.find_first_not_of(" \r\n", end + 6) != std::string::npos) {
-        problems.push_back("not one <svg> element");
-    }
     long open = 0;  // every element opened is closed
-    for (std::size_t i = text.find('<'); i != std::string::npos; i = text.find('<', i + 1)) {
-        const std::size_t close = text.find('>', i);
-        if (close == std::string::npos) open = -1000000;
-        if (close == std::string::npos || text[i + 1] == '?' || text[i + 1] == '!') continue;
-        open += text[i + 1] == '/' ? -1 : text[close - 1] != '/';
+    for (std::size_t i = text.find('<'), close; i != std::string::npos; i = text.find('<', i + 1)) {
+        if ((close = text.find('>', i)) == std::string::npos) open = -1000000;
+        if (close != std::string::npos && text[i + 1] != '?' && text[i + 1] != '!')
+            open += text[i + 1] == '/' ? -1 : text[close - 1] != '/';
     }
-    if (open != 0) problems.push_back("unbalanced elements");
+    const std::size_t end = text.rfind("</svg>");
+    if (open || text.find("<svg") == std::string::npos || end == std::string::npos ||
+        text.find_first_not_of(" \r\n", end + 6) != std::string::npos) {
+        problems.push_back("not one balanced <svg> element");
+    }
     for (std::size_t i = 0; i + 1 < options.size(); i += 2) {
         const bool found = text.find(options[i + 1]) != std::string::npos;
         if (found != (options[i] == "--contains"))
@@ -258,12 +238,15 @@ int main(int argc, char** argv) {
     MeshFile first, second;
     if (command == "svg") return svg(argv[2], rest);
     if (command == "validate") return readMesh(argv[2], first) ? validate(first, rest) : 2;
-    if (command == "points" && argc >= 4 && readMesh(argv[2], first)) {
-        return points(first, argv[3], argc >= 5 ? std::stol(argv[4]) : 0);
-    }
-    if (command == "same" && argc >= 4 && readMesh(argv[2], first) && readMesh(argv[3], second)) {
-        auto has = [&](const char* f) { return std::count(rest.begin() + 1, rest.end(), f) > 0; };
-        return same(first, second, has("--edges"), has("--ignore-z"));
+    if (command == "points" && argc >= 4)
+        return readMesh(argv[2], first) ? points(first, argv[3], argc >= 5 ? std::stol(argv[4]) : 0)
+                                        : 2;
+    if (command == "same" && argc >= 4) {
+        if (!readMesh(argv[2], first) || !readMesh(argv[3], second)) return 2;
+        return same(first,
+                    second,
+                    std::count(rest.begin(), rest.end(), "--edges"),
+                    std::count(rest.begin(), rest.end(), "--ignore-z"));
     }
     std::fprintf(stderr,
                  "usage: rytri_meshcheck validate MESH [checks] | same MESH1 MESH2 [--edges] | "
