@@ -57,10 +57,8 @@ std::string familyName(const testing::TestParamInfo<std::tuple<int, bool>>& info
     return generators()[std::size_t(std::get<0>(info.param))].name + std::string(order);
 }
 
-INSTANTIATE_TEST_SUITE_P(Named,
-                         Families,
-                         testing::Combine(testing::Range(0, 7), testing::Bool()),
-                         familyName);
+const auto kFamilies = testing::Combine(testing::Range(0, 7), testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Named, Families, kFamilies, familyName);
 
 // No input point lies strictly inside the circumcircle of an output triangle (exact, band 0):
 // small random sets, subsets of a lattice (massively cocircular), and rings near the origin
@@ -178,14 +176,11 @@ TEST(Delaunay, HelperThreadChangesNothing) {
     Edges chords;
     for (int i = 0; i < 60; ++i) chords.emplace_back(i * 7919 % 8000, (i * 104729 + 17) % 8000);
     const std::size_t saved = helperThreadMinPoints();
-    for (const Points& points : {uniformPoints(30000, 53),
-                                 gaussianClusters(20000, 20, 54),
-                                 integerGrid(130, 120),
-                                 repeated,
-                                 early,
-                                 uniformPoints(5000, 57),
-                                 uniformPoints(8000, 60),
-                                 uniformPoints(4, 58)}) {
+    std::vector<Points> inputs = {
+        uniformPoints(30000, 53), gaussianClusters(20000, 20, 54), repeated};
+    inputs.insert(inputs.end(), {integerGrid(130, 120), early, uniformPoints(5000, 57)});
+    inputs.insert(inputs.end(), {uniformPoints(8000, 60), uniformPoints(4, 58)});
+    for (const Points& points : inputs) {
         const Edges* edges = points.size() == 8000 ? &chords : nullptr;
         const int limit = points.size() == 5000 ? 30 : 1000000;  // stops at the flip limit
         for (const bool sorted : {false, true}) {
@@ -212,45 +207,28 @@ double distance2(const PkMeshPoint3d& v, const double* q) {
 /// query's side first, an entry skipped when the squared distance from the query to its parent's
 /// splitting line exceeds the best so far, a strictly smaller distance needed to replace the best.
 /// Both children carry that bound, so a closer vertex on the query's side may be skipped.
-void search(const VertexKdTree& tree,
-            const std::vector<PkMeshPoint3d>& v,
-            const double* q,
-            int node,
-            std::array<double, 4> box,
-            int axis,
-            double bound,
-            double& best,
-            int& found) {
-    const KdNode& n = tree.nodes[std::size_t(node)];
-    for (int u : n.child0 == n.child1 && bound <= best ? n.bucket : std::vector<int>()) {
-        if (distance2(v[std::size_t(u)], q) < best)
-            best = distance2(v[std::size_t(u)], q), found = u;
+struct Search {
+    const VertexKdTree& tree;
+    const std::vector<PkMeshPoint3d>& v;
+    const double* q;
+    double best = std::numeric_limits<double>::max();
+    int found = -1;
+    void visit(int node, std::array<double, 4> box, int axis, double bound) {
+        const KdNode& n = tree.nodes[std::size_t(node)];
+        for (int u : n.child0 == n.child1 && bound <= best ? n.bucket : std::vector<int>()) {
+            if (distance2(v[std::size_t(u)], q) < best)
+                best = distance2(v[std::size_t(u)], q), found = u;
+        }
+        if (n.child0 == n.child1 || bound > best) return;
+        const double mid = (box[std::size_t(axis)] + box[std::size_t(axis + 2)]) * 0.5;
+        std::array<double, 4> low = box, high = box;
+        low[std::size_t(axis + 2)] = high[std::size_t(axis)] = mid;
+        const bool lowFirst = mid > q[axis];
+        const double gap = (q[axis] - mid) * (q[axis] - mid);
+        visit(lowFirst ? n.child0 : n.child1, lowFirst ? low : high, 1 - axis, gap);
+        visit(lowFirst ? n.child1 : n.child0, lowFirst ? high : low, 1 - axis, gap);
     }
-    if (n.child0 == n.child1 || bound > best) return;
-    const double mid = (box[std::size_t(axis)] + box[std::size_t(axis + 2)]) * 0.5,
-                 gap = (q[axis] - mid) * (q[axis] - mid);
-    std::array<double, 4> low = box, high = box;
-    low[std::size_t(axis + 2)] = high[std::size_t(axis)] = mid;
-    const bool lowFirst = mid > q[axis];
-    search(tree,
-           v,
-           q,
-           lowFirst ? n.child0 : n.child1,
-           lowFirst ? low : high,
-           1 - axis,
-           gap,
-           best,
-           found);
-    search(tree,
-           v,
-           q,
-           lowFirst ? n.child1 : n.child0,
-           lowFirst ? high : low,
-           1 - axis,
-           gap,
-           best,
-           found);
-}
+};
 
 // The nearest-vertex index answers by its documented search (ties included), never closer than
 // the brute-force nearest and mostly at it: clusters, lattices with repeats, lines, points that
@@ -261,42 +239,34 @@ TEST(Delaunay, NearestVertexFollowsItsSearchRule) {
     for (int i = 0; i < 3000; ++i)
         spiral.emplace_back(i * std::cos(2.4 * i), i * std::sin(2.4 * i), 0);
     repeats.insert(repeats.end(), repeats.begin(), repeats.begin() + 200);
+    std::vector<Points> inputs = {
+        uniformPoints(3000, 1), gaussianClusters(3000, 5, 2), repeats, spiral};
+    for (int g = 4; g < 7; ++g) inputs.push_back(generators()[std::size_t(g)].make(3000, 4));
     int queries = 0, nearest = 0;
-    for (const Points& points : {uniformPoints(3000, 1),
-                                 gaussianClusters(3000, 5, 2),
-                                 repeats,
-                                 spiral,
-                                 generators()[4].make(500, 3),
-                                 generators()[5].make(3000, 4),
-                                 generators()[6].make(3000, 5)}) {
+    for (const Points& points : inputs) {
         for (const bool built : {false, true}) {
             const std::vector<PkMeshPoint3d> v(points.begin(), points.end());
             VertexKdTree tree;
             if (built) tree.build({0, 1, 2}, {v[0], v[1], v[2]});
             Rng rng(points.size());
             auto expect = [&](const double* q, int found, int i) {  // among the first i vertices
-                double best = std::numeric_limits<double>::max(), brute = best;
-                int model = -1;
-                search(tree,
-                       v,
-                       q,
-                       tree.root,
-                       {tree.boxMin[0], tree.boxMin[1], tree.boxMax[0], tree.boxMax[1]},
-                       tree.rootAxis,
-                       best,
-                       best,
-                       model);
+                Search model{tree, v, q};
+                model.visit(tree.root,
+                            {tree.boxMin[0], tree.boxMin[1], tree.boxMax[0], tree.boxMax[1]},
+                            tree.rootAxis,
+                            0);
+                double brute = std::numeric_limits<double>::max();
                 for (int j = 0; j < i; ++j)
                     brute = std::min(brute, distance2(v[std::size_t(j)], q));
-                ASSERT_EQ(found, model) << "query " << i << " of " << describe(points);
+                ASSERT_EQ(found, model.found) << "query " << i << " of " << describe(points);
                 nearest += found >= 0 && distance2(v[std::size_t(found)], q) == brute;
                 queries += found >= 0;
             };
             for (int i = built ? 3 : 0; i < int(v.size()) && !HasFailure(); ++i) {
                 // A random earlier point, then the next one by each entry point in turn (the last
                 // one inserts it).
-                const double *next = vertexXY(v[std::size_t(i)]),
-                             *earlier = vertexXY(v[std::size_t(rng.below(i + 1))]);
+                const double* next = vertexXY(v[std::size_t(i)]);
+                const double* earlier = vertexXY(v[std::size_t(rng.below(i + 1))]);
                 expect(earlier, tree.nearestIndex(earlier), i);
                 int found = i % 3 == 0 ? tree.nearestIndex(next) : -1;
                 if (i % 3 == 1) tree.findNearestVertex(v[std::size_t(i)], v, found);
