@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -39,16 +40,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     scratch::writeFile(dir / names[format], text);
     const std::filesystem::path out = dir / (options & 32u ? "out.ele" : "out.obj");
     args.insert(args.end(), {"-o", out.string()});
-    const std::vector<std::vector<std::string>> flags = {{"--keep", "all"},
-                                                         {"--no-dedupe"},
-                                                         {"--no-spatial-sort"},
-                                                         {"--no-split-crossing"},
-                                                         {"--svg", (dir / "out.svg").string()},
-                                                         {},
-                                                         {"--dedupe", "xz"},
-                                                         {"--svg-limit", "4"}};
-    for (int bit = 0; bit < 8; ++bit) {
-        if (options & (1u << bit)) args.insert(args.end(), flags[bit].begin(), flags[bit].end());
+    std::istringstream groups(
+        "--keep all,--no-dedupe,--no-spatial-sort,--no-split-crossing,"
+        "--svg,,--dedupe xz,--svg-limit 4");  // option bits 0 to 7
+    std::string group, word;
+    for (int bit = 0; std::getline(groups, group, ','); ++bit) {
+        std::istringstream words(group);
+        while ((options >> bit) & 1u && words >> word) args.push_back(word);
+        if ((options >> bit) & 1u && group == "--svg") args.push_back((dir / "out.svg").string());
     }
     const bool verbose = std::getenv("RY_FUZZ_VERBOSE") != nullptr;
     if (!verbose) args.push_back("--quiet");
