@@ -14,19 +14,12 @@ int main(int argc, char** argv) {
     int count = 0;
     for (int i = 1; i < argc; ++i) {
         std::vector<std::filesystem::path> files{argv[i]};
-        if (std::filesystem::is_directory(argv[i])) {
-            files.clear();
-            for (const auto& entry : std::filesystem::directory_iterator(argv[i]))
-                files.push_back(entry.path());
-        }
+        if (std::filesystem::is_directory(argv[i]))
+            files.assign(std::filesystem::directory_iterator(argv[i]), {});
         for (const std::filesystem::path& file : files) {
             std::ifstream in(file, std::ios::binary);
-            const std::vector<char> bytes((std::istreambuf_iterator<char>(in)),
-                                          std::istreambuf_iterator<char>());
-            if (!in && !in.eof()) {
-                std::fprintf(stderr, "cannot read %s\n", file.string().c_str());
-                return 1;
-            }
+            const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
+            if (!in && !in.eof()) return std::fprintf(stderr, "cannot read %s\n", argv[i]), 1;
             std::fprintf(stderr, "replaying %s\n", file.string().c_str());
             LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()),
                                    bytes.size());

@@ -122,15 +122,8 @@ TEST(Constraints, SegmentsThroughVerticesAreCutAndRepeatsCounted) {
 // skipped: the result is that of the valid edges alone.
 TEST(Constraints, InvalidEdgesChangeNothing) {
     const Points points = uniformPoints(30, 9);
-    const Edges valid = {PkMeshEdge(0, 29), PkMeshEdge(3, 17)};
-    const Edges noisy = {PkMeshEdge(1, 1),
-                         PkMeshEdge(0, 29),
-                         PkMeshEdge(-3, 4),
-                         PkMeshEdge(-2, 5),
-                         PkMeshEdge(6, 30),
-                         PkMeshEdge(3, 17),
-                         PkMeshEdge(),
-                         PkMeshEdge(2, 1 << 30)};
+    const Edges valid = edges("0 29 3 17");
+    const Edges noisy = edges("1 1 0 29 -3 4 -2 5 6 30 3 17 -1 -1 2 1073741824");
     for (const bool sorted : {true, false}) {
         const Outcome a = triangulate(points, &valid, sorted),
                       b = triangulate(points, &noisy, sorted);

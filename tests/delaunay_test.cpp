@@ -1,12 +1,11 @@
 // Delaunay triangulation: the validator on every input family in both insertion orders, empty
-// circumcircles by brute force, order independence, the documented insertion order (the output
-// order follows it), the helper thread differential, and the nearest-vertex index's search.
+// circumcircles by brute force, order independence, the helper thread differential, and the
+// nearest-vertex index's search.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <numeric>
 #include <set>
 
 #include "mesh/HelperThread.h"
@@ -107,63 +106,6 @@ TEST(Delaunay, BothInsertionOrdersGiveTheSameTriangles) {
         const Outcome shuffled = triangulate(uniformPoints(n, 9), nullptr, false, true, 0.0);
         EXPECT_TRUE(realTriangles(sorted.mesh()) == realTriangles(shuffled.mesh())) << n;
     }
-}
-
-std::vector<int> shuffled(int n) {
-    std::vector<int> order(std::size_t(n), 0);
-    std::iota(order.begin(), order.end(), 0);
-    shuffleIndices(order);
-    return order;
-}
-
-// The insertion order is documented (and decides the output order): a SplitMix64 shuffle from
-// state 0, then with spatial sorting a multiscale Hilbert sort; the first triangle's corners move
-// to the front. The sorted driver must build, slot for slot, what inserting each vertex from the
-// previous one in that order builds, with and without its helper thread.
-TEST(Delaunay, InsertionFollowsTheDocumentedOrder) {
-    EXPECT_EQ(shuffled(10), (std::vector<int>{9, 6, 4, 1, 7, 3, 2, 0, 8, 5}));
-    // Cell (i, j) of a 4 x 4 grid at (i + 0.01 j, j + 0.013 i), numbered 4 i + j: the Hilbert
-    // curve from the upper right corner to the upper left one.
-    std::vector<PkMeshPoint3d> grid;
-    for (int c = 0; c < 16; ++c)
-        grid.emplace_back(PkGePoint3d(c / 4 + 0.01 * (c % 4), c % 4 + 0.013 * (c / 4), 0));
-    std::vector<int> order = shuffled(16);
-    hilbertSort(order.begin(), order.end(), grid, 0, false, false);
-    EXPECT_EQ(order, (std::vector<int>{15, 11, 10, 14, 13, 12, 8, 9, 5, 4, 0, 1, 2, 6, 7, 3}));
-    // Three points in the shuffled order (1, 2, 0): the real triangle and three ghosts.
-    const Outcome three = triangulate(parse("0 0 1 0 0 1"), nullptr, false);
-    const int first[] = {1, 2, 0,  1, 2, 3, 0, 2, 1, -2, 0, 3, 2, 1,
-                         0, 2, -2, 0, 1, 3, 1, 1, 0, -2, 0, 2, 1, 1};
-    EXPECT_TRUE(three.mesh().triangles.size() == 4u &&
-                !std::memcmp(three.mesh().triangles.data(), first, 112));
-    EXPECT_TRUE(vertexTriangle(three.mesh().vertices[0]) == 2 &&
-                vertexTriangle(three.mesh().vertices[2]) == 1);
-
-    Points repeated = uniformPoints(3000, 41);
-    repeated.push_back(repeated[1700]);
-    const std::size_t saved = helperThreadMinPoints();
-    for (std::size_t helper : {std::size_t(0), saved}) {
-        setHelperThreadMinPoints(helper);
-        for (const Points& points :
-             {uniformPoints(20000, 42), integerGrid(90, 110), repeated, uniformPoints(5, 4)}) {
-            const Outcome run = triangulate(points, nullptr, true, true, 0.0);
-            RyTriangulationImpl replay;
-            replay.options = run.mesh().options;
-            replay.cdtTolerance = replay.band = 0.0;
-            replay.vertices.assign(points.begin(), points.end());
-            order = shuffled(int(points.size()));
-            spatialSort(order, replay.vertices);
-            std::srand(1);
-            PkTriangulationStatus status =
-                replay.createFirstTriangle(order) ? StatusOk : StatusLocateFailed;
-            for (std::size_t i = 3; i < order.size() && status == StatusOk; ++i) {
-                status = replay.insertVertexFromPrevious(order[i], order[i - 1]);
-            }
-            EXPECT_EQ(run.status, status);
-            EXPECT_EQ(differences(run.mesh(), replay), "") << points.size() << " helper " << helper;
-        }
-    }
-    setHelperThreadMinPoints(saved);
 }
 
 // Large inputs hand the nearest-vertex queries (shuffled) or the sort (sorted) to a helper

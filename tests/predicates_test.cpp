@@ -1,7 +1,6 @@
 // Robust predicates against a GMP rational oracle: exact signs on random, nearly degenerate
 // (moved by ulps) and exactly degenerate inputs from the unit box to 1e12, every adaptive stage
-// reached; the vector stage A bit for bit against the portable one; the classifications' bands;
-// combineSides over every combination.
+// reached; the vector stage A bit for bit against the portable one; the classifications' bands.
 #include "predicates/Predicates.h"
 
 #include <gmpxx.h>
@@ -196,27 +195,6 @@ TEST(Predicates, ClassificationsFollowTheExactValueAroundTheBand) {
                     classifyInCircle(nan.data(), a, b, c, 0) == kOnCircle);
     }
     EXPECT_TRUE(inBand > 20 && outBand > 20) << inBand << " " << outBand;
-}
-
-// The first kRight or kGhostSide decides (outside, or in the ghost triangle); otherwise no side
-// on the line is inside, one is on that edge, two or three on a vertex. Other values count as
-// kLeft.
-TEST(Predicates, CombineSidesOverEveryCombination) {
-    const PointSide all[] = {PointSide(0), kGhostSide, kLeft, kRight, kOnLine};
-    for (int code = 0; code < 125; ++code) {
-        const PointSide s[3] = {all[code % 5], all[code / 5 % 5], all[code / 25]};
-        int decided = -1, on = 0, edge = 0;
-        for (int k = 2; k >= 0; --k) {
-            if (s[k] == kRight || s[k] == kGhostSide)
-                decided = s[k] == kRight ? kOutside : kInGhostTriangle;
-            if (s[k] == kOnLine) ++on, edge = k;
-        }
-        const int expected = decided >= 0 ? decided
-                             : on == 0    ? kInTriangle
-                             : on == 1    ? kOnEdge0 + edge
-                                          : kOnVertex;
-        EXPECT_EQ(int(combineSides(s)), expected) << code;
-    }
 }
 
 }  // namespace

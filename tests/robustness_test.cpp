@@ -117,6 +117,15 @@ std::vector<Row> rows() {
     for (int c = 5; c < 15; ++c) folding.emplace_back(4 * c + 3, 4 * c + 7);
     folding.emplace_back(0, 63);
     for (int c = 0; c < 15; ++c) folding.emplace_back(4 * c, 4 * c + 4);
+    // 0-5 crosses 1-2 (split) and, rounded, lands on the end of 3-4: it passes through it.
+    const Points crossedEnd = parse("15872 0 16128 0 12288 256 14592 256 14848 256 13312 512");
+    const Evidence throughEnd = [](const RyTriangulationImpl& m) {
+        EXPECT_TRUE(m.vertices.size() == 7u && m.constraintEdges.count(PkMeshEdge(3, 4)));
+    };
+    // Splitting 2-3 at the crossing needs more flips than 3: the vertex stays, 2-3 stays whole.
+    const Evidence unsplit = [](const RyTriangulationImpl& m) {
+        EXPECT_TRUE(m.vertices.size() == 6u && m.constraintEdges.size() == 1u);
+    };
     // Walks from the nearest vertex are short, flips not; from the previous one in the sorted
     // order walks can be long.
     return {
@@ -143,6 +152,19 @@ std::vector<Row> rows() {
         {"crossing_at_an_end_unsplit", nearEnd, x, StatusOk, none, 1000000, 0.0, false},
         {"nearly_parallel", parallel, x, StatusConstraintFailed, first, 1000000, 0.0},
         {"nearly_parallel_unsplit", parallel, x, StatusOk, none, 1000000, 0.0, false},
+        {"through_a_crossed_end",
+         crossedEnd,
+         edges("1 2 3 4 0 5"),
+         StatusOk,
+         throughEnd,
+         1000000,
+         0},
+        {"split_flip_limit",
+         parse("0 -1 0 1 -1 0 1 0 0.2 -3"),
+         edges("2 3 0 1"),
+         StatusFailed,
+         unsplit,
+         3},
         {"band_fold_refused", fold, folding, StatusConstraintFailed, none, 1000000, 1e-6, false},
     };
 }
@@ -159,7 +181,7 @@ TEST_P(Statuses, EndInTheDocumentedStatus) {
         Checks c;
         c.partial = run.status != StatusOk;
         c.allowDegenerate = row.points.size() == 3;
-        c.allowMissing = !row.split;
+        c.allowMissing = !row.split || run.status == StatusFailed;
         c.geometry = run.status == StatusOk;
         c.delaunay = row.split;
         c.crossingsFrom = int(row.points.size());
@@ -279,6 +301,31 @@ TEST(Handle, ConstructionCopiesAndTheMissingRecord) {
     t.deleteOuterTrianglesAndHoles();
     EXPECT_TRUE(points.size() == 3 && t.getMeshTriangles().empty() && t.getMeshVertices().empty());
     EXPECT_EQ(RyTriangulationAccess::impl(RyTriangulation(t)), nullptr);
+}
+
+// The exported triangle type's members, by the conventions its header documents: neighbour k
+// lies across the edge from corner k to corner k + 1, positions are clamped to 0..2.
+TEST(Elements, TriangleMembersFollowTheAdjacencyConvention) {
+    PkMeshTriangle t;
+    int across = -9;
+    EXPECT_TRUE(t.isGhostTri() && !t.isAux() && t.getNeighborIndex(5) == -1);
+    t.setVertexIndex(4, 5, 6);
+    t.setNeighborIndex(7, 8, 9);
+    t.setFlagbAux(true);
+    for (int k = -1; k <= 3; ++k) {
+        const int c = std::clamp(k, 0, 2), v = 4 + c, w = 4 + (c + 1) % 3, n = 7 + c;
+        EXPECT_TRUE(t.getVertexIndexAt(k) == v && t.getNeighborIndex(k) == n && t.isContain(v));
+        EXPECT_TRUE(t.getLocalVertexIndex(v) == c && t.getLocalNeighborIndex(n) == c);
+        EXPECT_TRUE(t.getOpposedTriangle(v, across) && across == 7 + (c + 1) % 3);
+        EXPECT_TRUE(t.getNeighborIndex(v, w) == n && t.getNeighborIndex(w, v) == n) << c;
+    }
+    EXPECT_FALSE(t.isGhostTri() || t.isContain(3) || t.getOpposedTriangle(3, across));
+    t.setNeighborIndexAt(8, 7);  // (7, 8, 8): the first match only is replaced
+    EXPECT_TRUE(t.updateNeighborIndexAt(1, 8) && t.getNeighborIndex(1) == 1 && t.isAux());
+    EXPECT_FALSE(t.updateNeighborIndexAt(0, 3) || across != 7 || t.getNeighborIndex(2) != 8);
+    t.setVertexIndexAt(-2, -5);
+    t.setFlagbAux(false);
+    EXPECT_TRUE(t.isGhostTri() && !t.isAux() && t.getVertexIndexAt(0) == -2);
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -93,24 +94,24 @@ int report(const std::vector<std::string>& problems, const std::string& ok) {
 }
 
 int validate(const MeshFile& m, const std::vector<std::string>& options) {
-    double area = NAN, areaTol = 1e-9, minTriangles = 1;
-    const std::set<std::string> flags(options.begin(), options.end());
+    std::map<std::string, double> value = {
+        {"--area", NAN}, {"--area-tol", 1e-9}, {"--min-triangles", 1}};
+    const std::set<std::string> known = {
+        "--hull", "--delaunay", "--constraints", "--all-vertices-used"};
+    std::set<std::string> flags;
+    for (std::size_t i = 0; i < options.size(); ++i) {
+        if (value.count(options[i]) && i + 1 < options.size()) {
+            value[options[i]] = std::stod(options[i + 1]), ++i;
+        } else if (known.count(options[i])) {
+            flags.insert(options[i]);
+        } else {
+            return std::fprintf(stderr, "meshcheck: unknown option %s\n", options[i].c_str()), 2;
+        }
+    }
     rytest::Checks checks;
     checks.band = 1e-9;
     checks.delaunay = flags.count("--delaunay");
     if (flags.count("--constraints")) checks.required = m.edges;
-    for (std::size_t i = 0; i < options.size(); ++i) {
-        const std::string& o = options[i];
-        if ((o == "--area" || o == "--area-tol" || o == "--min-triangles") &&
-            i + 1 < options.size()) {
-            (o == "--area"       ? area
-             : o == "--area-tol" ? areaTol
-                                 : minTriangles) = std::stod(options[++i]);
-        } else if (o != "--hull" && o != "--delaunay" && o != "--constraints" &&
-                   o != "--all-vertices-used") {
-            return std::fprintf(stderr, "meshcheck: unknown option %s\n", o.c_str()), 2;
-        }
-    }
     rytest::PlainMesh plain;
     for (const Point& p : m.vertices) plain.xy.push_back({p[0], p[1]});
     plain.triangles = m.triangles;
@@ -122,43 +123,34 @@ int validate(const MeshFile& m, const std::vector<std::string>& options) {
     std::set<std::pair<int, int>> directed;
     std::vector<char> used(m.vertices.size(), 0);
     for (const auto& t : m.triangles) {
-        const double *a = m.vertices[std::size_t(t[0])].data(),
-                     *b = m.vertices[std::size_t(t[1])].data();
-        const double* c = m.vertices[std::size_t(t[2])].data();
+        const Point &a = m.vertices[std::size_t(t[0])], &b = m.vertices[std::size_t(t[1])];
+        const Point& c = m.vertices[std::size_t(t[2])];
         sum += ((b[0] - (long double)a[0]) * (c[1] - a[1]) -
                 (b[1] - (long double)a[1]) * (c[0] - a[0])) /
                2;
-        for (int k = 0; k < 3; ++k)
-            used[std::size_t(t[std::size_t(k)])] = 1,
-            directed.emplace(t[std::size_t(k)], t[(k + 1) % 3]);
+        for (std::size_t k = 0; k < 3; ++k)
+            used[std::size_t(t[k])] = 1, directed.emplace(t[k], t[(k + 1) % 3]);
     }
-    if (double(m.triangles.size()) < minTriangles) problems.push_back("too few triangles");
+    const double area = value["--area"];
+    if (double(m.triangles.size()) < value["--min-triangles"])
+        problems.push_back("too few triangles");
     if (flags.count("--all-vertices-used") && std::count(used.begin(), used.end(), 0))
         problems.push_back("an unused vertex");
-    if (!std::isnan(area) &&
-        std::fabs(double(sum) - area) > areaTol * std::max(1.0, std::fabs(area))) {
+    if (std::fabs(double(sum) - area) > value["--area-tol"] * std::max(1.0, std::fabs(area)))
         problems.push_back("kept area " + std::to_string(double(sum)) + ", expected " +
                            std::to_string(area));
-    }
     for (const auto& [a, b] : flags.count("--hull") ? directed : std::set<std::pair<int, int>>()) {
         const double *p = m.vertices[std::size_t(a)].data(), *q = m.vertices[std::size_t(b)].data();
-        const bool rim = !directed.count({b, a});
-        if (rim && std::any_of(m.vertices.begin(), m.vertices.end(), [&](const Point& v) {
+        if (!directed.count({b, a}) &&
+            std::any_of(m.vertices.begin(), m.vertices.end(), [&](const Point& v) {
                 return orient2d(p, q, v.data()) < 0;
-            })) {
-            problems.push_back("the boundary edge " + std::to_string(a) + "-" + std::to_string(b) +
-                               " is no hull edge");
-        }
+            }))
+            problems.push_back("a boundary edge is no hull edge: " + std::to_string(a));
     }
-    char ok[160];
-    std::snprintf(ok,
-                  sizeof ok,
-                  "ok: %zu vertices, %zu triangles, %zu constraint edges, area %.12g",
-                  m.vertices.size(),
-                  m.triangles.size(),
-                  m.edges.size(),
-                  double(sum));
-    return report(problems, ok);
+    return report(problems,
+                  "ok: " + std::to_string(m.vertices.size()) + " vertices, " +
+                      std::to_string(m.triangles.size()) + " triangles, area " +
+                      std::to_string(double(sum)));
 }
 
 int same(const MeshFile& a, const MeshFile& b, bool edges, bool ignoreZ) {
