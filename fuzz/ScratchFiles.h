@@ -1,5 +1,5 @@
-// Scratch files for the harnesses that reach rytri through the file system: a directory of the
-// process's own, removed at a normal exit (a finding aborts and leaves it for inspection).
+// Scratch files for the rytri harnesses: a directory of the process's own, removed at a normal
+// exit (a finding aborts and leaves it for inspection).
 #pragma once
 
 #include <unistd.h>

@@ -1,10 +1,9 @@
 // Fuzzes rytri's input readers. The first byte picks the format, the rest becomes the file:
 //   0: plain points, 1: .node, 2: .poly, 3: .obj,
 //   4: plain points and an edge list, split at the first zero byte.
-// Whatever the bytes, a reader must return (no crash, hang or sanitizer report), and: on success
-// every coordinate is finite and every edge joins two distinct points of the site, smaller index
-// first (a .obj line element may repeat a vertex: that edge holds (-1, -1), which the library
-// skips); on failure the message names the file. RY_FUZZ_VERBOSE=1 prints each outcome.
+// A reader must return; on success every coordinate is finite and every edge joins two distinct
+// points, smaller index first (or is (-1, -1) from a .obj line repeating a vertex); on failure the
+// message names the file. RY_FUZZ_VERBOSE=1 prints each outcome.
 #include <cmath>
 #include <cstdint>
 #include <cstdio>

@@ -1,14 +1,11 @@
-// Fuzzes rytri end to end: the bytes become an input file and the tool runs on it as from a
-// shell (read, clean-up, triangulation, finishing, every writer). Layout of the input:
-//   byte 0: the format, as in reader_fuzz (0 points, 1 .node, 2 .poly, 3 .obj, 4 points and an
-//           edge list split at the first zero byte);
+// Fuzzes rytri end to end: the bytes become an input file for the tool. Layout of the input:
+//   byte 0: the format, as in reader_fuzz;
 //   byte 1: option bits: 1 --keep all (else the default), 2 --no-dedupe, 4 --no-spatial-sort,
 //           8 --no-split-crossing, 16 also --svg, 32 write .node/.ele instead of .obj,
 //           64 --dedupe xz, 128 --svg-limit 4 (the thinned picture);
 //   the rest: the file.
-// The run must end with exit code 0, 1 or 2 (no crash, hang or sanitizer report), write its
-// outputs only on success, and every written .obj face must name vertices of the file.
-// RY_FUZZ_VERBOSE=1 shows the tool's own messages.
+// The run must exit with 0, 1 or 2, write its outputs only on success, and write .obj faces that
+// name vertices of the file. RY_FUZZ_VERBOSE=1 shows the tool's own messages.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>

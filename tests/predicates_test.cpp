@@ -1,6 +1,6 @@
 // Robust predicates against a GMP rational oracle: exact signs on random, nearly degenerate
 // (moved by ulps) and exactly degenerate inputs from the unit box to 1e12, every adaptive stage
-// reached; the vector stage A bit for bit against the portable one; the classifications' bands.
+// reached; the classifications' bands.
 #include "predicates/Predicates.h"
 
 #include <gmpxx.h>
@@ -86,8 +86,7 @@ std::vector<Quad> cases(bool hardOnly) {
         if (i % 2) nudge(s[std::size_t(rng.below(4))]);
         std::swap(s[0], s[std::size_t(rng.below(4))]);
         out.push_back(s);
-        // A rectangle with one tiny coordinate per axis beside 1, moved: only the exact stage
-        // resolves it.
+        // A rectangle with a tiny coordinate per axis beside 1, moved: for the exact stage.
         const double x0 = 1e-17 * rng.uniform(1, 2), x1 = rng.uniform(0.5, 1);
         const double ya = -1e-17 * rng.uniform(1, 2), yb = rng.uniform(0.5, 1);
         s = {Pt{x0, ya}, Pt{x1, ya}, Pt{x1, yb}, Pt{x0, yb}};
@@ -130,40 +129,6 @@ TEST(Predicates, ExactSignsThroughEveryStage) {
     for (int s = 0; s < kStageCount; ++s)
         EXPECT_TRUE(orientHits[s] && circleHits[s]) << "stage " << s;
 }
-
-#if defined(__SSE2__)
-bool same(double a, double b) {
-    return !std::memcmp(&a, &b, 8) || (std::isnan(a) && std::isnan(b));
-}
-
-// The vector stage A gives the portable value bit for bit (the value feeds the bands), also at
-// every scale and on special values; the incircle lift bound certifies only what the
-// permanent's bound certifies.
-TEST(Predicates, VectorStageAIsThePortableOne) {
-    const double odd[] = {HUGE_VAL, -HUGE_VAL, std::nan(""), 0.0, -0.0, 1.0, 1e300, 1e-300, 5e-324};
-    rytest::Rng rng(3);
-    int onlyPermanent = 0;
-    for (Quad s : cases(false)) {
-        const int k = rng.below(1080) - 540;
-        for (Pt& p : s) p = {std::ldexp(p[0], k), std::ldexp(p[1], k)};
-        if (rng.below(3) == 0) s[std::size_t(rng.below(4))][0] = odd[rng.below(9)];
-        const double *a = s[0].data(), *b = s[1].data(), *c = s[2].data(), *d = s[3].data();
-        double sumV, sumP, lift, perm;
-        EXPECT_TRUE(
-            same(orient2dStageAVector(a, b, c, sumV), orient2dStageAPortable(a, b, c, sumP)));
-        EXPECT_TRUE(same(sumV, sumP));
-        const double v = incircleStageAVector(a, b, c, d, lift),
-                     p = incircleStageAPortable(a, b, c, d, perm);
-        EXPECT_TRUE(same(v, p));
-        const bool byLift = std::fabs(v) >= iccLiftErrBound * lift,
-                   byPerm = std::fabs(p) >= iccErrBoundA * perm;
-        EXPECT_TRUE(byPerm || !byLift);
-        onlyPermanent += byPerm && !byLift;
-        EXPECT_TRUE(same(incircle(a, b, c, d), incircleStageA(a, b, c, d, NoStageStats{})));
-    }
-    EXPECT_GT(onlyPermanent, 0) << "the fallback to the permanent was never reached";
-}
-#endif
 
 // The band is compared with the determinant (twice the area, or the in-circle value), not with a
 // distance: outside it the answer follows the exact value, with tol 0 its sign; NaN is on it.

@@ -1,6 +1,5 @@
-// Geometry goes through the library's exact predicates, so every verdict on orientation, hull
-// convexity and local Delaunay is exact (up to the band the caller names). Positions made at
-// constraint crossings are rounded; the segment tests allow for that rounding.
+// Verdicts on orientation, hull convexity and local Delaunay use the exact predicates (up to the
+// caller's band); the segment tests allow for the rounding of crossing positions.
 #include "support/MeshValidator.h"
 
 #include <algorithm>
@@ -25,28 +24,20 @@ std::string str(const int* v) {
            ")";
 }
 
-class Report {
-public:
-    void add(const std::string& line) {
-        if (++count <= 20) text += line + "\n";
-    }
-    std::string take() {
-        return count > 20 ? text + "... and " + std::to_string(count - 20) + " more\n" : text;
-    }
-
-private:
-    std::size_t count = 0;
+/// The violations found, one per line, the first 20 only.
+struct Report {
     std::string text;
+    int count = 0;
+    void add(const std::string& line) { text += ++count <= 20 ? line + "\n" : ""; }
+    std::string take() { return text + (count > 20 ? "... and more\n" : ""); }
 };
 
 long long key(int a, int b) {
     return (static_cast<long long>(a) << 32) | static_cast<unsigned>(b);
 }
 
-/// Position of p along a->b (0 at a, 1 at b), its distance to the line, and the slack, all
-/// relative to the segment's length. A crossing is computed from the ends of the segments that
-/// cross, which may lie far away: its rounding is a few thousand ulps of the largest coordinate
-/// however short the piece it ends.
+/// Position of p along a->b (0 at a, 1 at b), its distance to the line, and the slack, relative
+/// to the length. A crossing's rounding is a few thousand ulps of the largest coordinate.
 void project(const double* p, const double* a, const double* b, double magnitude, double out[3]) {
     const double dx = b[0] - a[0], dy = b[1] - a[1], len2 = dx * dx + dy * dy;
     const double px = p[0] - a[0], py = p[1] - a[1];
@@ -208,8 +199,7 @@ std::string validate(const RyTriangulationImpl& m, const Checks& c) {
     // The library treats a negative or NaN tolerance as 0.
     const double band = c.band >= 0.0 ? c.band : m.cdtTolerance > 0.0 ? m.cdtTolerance : 0.0;
     Geometry g{at, c, band, r, 0.0, {}};
-    // Ghost (x, y, G) holds the hull edge y -> x; its neighbour across (y, G) the next one,
-    // z -> y. Following those links must visit every ghost once, turning convex.
+    // Ghost (x, y, G) holds hull edge y -> x, its neighbour across (y, G) z -> y: one convex cycle.
     std::size_t steps = 0;
     for (int t = ghosts.empty() ? -1 : ghosts[0]; steps <= ghosts.size() && ghost(t); ++steps) {
         const int* v = corners(t);
@@ -235,8 +225,7 @@ std::string validate(const RyTriangulationImpl& m, const Checks& c) {
     g.triangles(real, !c.allowDegenerate);
     g.delaunay(real, [&](int a, int b) { return m.constraintEdges.count(PkMeshEdge(a, b)) != 0; });
 
-    // Constraint records: present in the mesh, repeats counted; where input segments are given
-    // (their geometry then trusted), origins along their pieces and crossings on two segments.
+    // Constraint records: in the mesh, repeats counted, origins and crossings on input segments.
     const std::vector<PkMeshEdge>& inputs = c.inputs.empty() ? c.required : c.inputs;
     const bool segments = c.geometry && !inputs.empty();
     std::unordered_map<int, std::vector<int>> pieces;

@@ -1,6 +1,5 @@
-// The one mesh validator, shared by the unit tests, the fuzz harnesses, rytri's mesh checker and
-// the benchmarks. It returns every violation it finds, one per line (capped), or "" when the
-// mesh is valid; each line names the triangle, vertex or edge at fault.
+// The one mesh validator (unit tests, fuzz harnesses, rytri's mesh checker, benchmarks): it
+// returns the violations found, one per line naming the element at fault, or "" when valid.
 #pragma once
 
 #include <array>
@@ -29,22 +28,19 @@ struct Checks {
     bool allowMissing = false;
     /// Segments that must be chains of constraint edges through vertices on them.
     std::vector<PkMeshEdge> required;
-    /// Vertices from this index on were made where constraints cross: the rounding of their
-    /// positions is excused from the in-circle test, and each lies on two of the input segments.
+    /// Vertices from this index on were made at crossings: excused from the in-circle test (their
+    /// positions are rounded), each on two of the input segments.
     int crossingsFrom = INT_MAX;
-    /// The input segments (default: `required`). Where there are some (and `geometry`), every
-    /// crossing vertex and every recorded origin of a piece is checked against them.
+    /// The input segments (default: `required`) that crossing vertices and origins must lie on.
     std::vector<PkMeshEdge> inputs;
 };
 
-/// The working mesh of a triangulation record: slots, adjacency, ghost closure of a convex hull,
-/// vertex back-links, the Euler count, orientation, local Delaunay off constraints, and the
-/// constraint records (edges present, repeats, origins on their segments, required chains).
+/// A triangulation record: slots, adjacency, ghosts closing a convex hull, vertex back-links, the
+/// Euler count, orientation, local Delaunay off constraints, the constraint records.
 std::string validate(const RyTriangulationImpl& mesh, const Checks& checks = {});
 
-/// A mesh as a file holds it (real triangles only): indices, orientation, each directed edge
-/// used once, each `required` segment a chain of mesh edges through vertices on it, and local
-/// Delaunay off those chains.
+/// A mesh as a file holds it: indices, orientation, each directed edge used once, `required`
+/// segments as chains of mesh edges, local Delaunay off those chains.
 struct PlainMesh {
     std::vector<std::array<double, 2>> xy;
     std::vector<std::array<int, 3>> triangles;

@@ -1,8 +1,7 @@
-// Shared by the tests (and the benchmarks): deterministic inputs, a runner that triangulates and
-// exposes the record to the validator, record comparison, and an allocation budget that makes
-// the global operator new of a test executable throw std::bad_alloc on demand.
+// Shared by the tests and benchmarks: inputs, a runner, record comparison, allocation budget.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,16 +16,13 @@ using Points = std::vector<PkGePoint3d>;
 using Edges = std::vector<PkMeshEdge>;
 
 /// SplitMix64: the same stream on every platform.
-class Rng {
-public:
+struct Rng {
     explicit Rng(std::uint64_t seed) : state(seed) {}
+    std::uint64_t state;
     std::uint64_t next();
     double uniform() { return double(next() >> 11) * 0x1p-53; }
     double uniform(double lo, double hi) { return lo + (hi - lo) * uniform(); }
     int below(int n) { return int(next() % std::uint64_t(n)); }
-
-private:
-    std::uint64_t state;
 };
 
 /// n points uniform in [lo, hi)^2 (z the index); in Gaussian blobs; (i, j) * spacing numbered
@@ -50,8 +46,7 @@ inline RyTriangulationImpl& record(RyTriangulation& t) {
     return *RyTriangulationAccess::impl(t);
 }
 
-/// A triangulation from a fixed rand() seed (the first triangle and the walks draw from it),
-/// constrained when `edges` is given.
+/// A triangulation (constrained when `edges` is given) from a fixed rand() seed.
 struct Outcome {
     std::unique_ptr<RyTriangulation> tri;
     PkTriangulationStatus status = StatusOk;
@@ -64,32 +59,13 @@ Outcome triangulate(const Points& points,
                     double band = 1e-9,
                     int limit = 1000000);
 
-/// What differs between two records ("" when nothing does): options, limits, working and output
-/// triangles, vertex records bit for bit, free slots, constraint records.
+/// What differs between two records, bit for bit ("" when nothing does).
 std::string differences(const RyTriangulationImpl& a, const RyTriangulationImpl& b);
 
 /// The input (up to 64 points), to reproduce a failure.
 std::string describe(const Points& points, const Edges& edges = {});
 
-/// Makes allocations throw std::bad_alloc once `budget` of them are spent, while alive.
-struct AllocationBudget {
-    explicit AllocationBudget(long budget);
-    ~AllocationBudget();
-};
-
-/// Runs `call` under budgets 0, 1, 2, ... until it does not throw, calling `after(budget)` after
-/// each failure; returns the number of failures.
-template <class Call, class After>
-int sweepAllocations(Call call, After after) {
-    for (int budget = 0;; ++budget) {
-        try {
-            AllocationBudget scope(budget);
-            call();
-            return budget;
-        } catch (const std::bad_alloc&) {
-        }
-        after(budget);
-    }
-}
+/// Allocations left before the test executables' operator new throws std::bad_alloc; -1: none.
+extern std::atomic<long> allocationBudget;
 
 }  // namespace rytest

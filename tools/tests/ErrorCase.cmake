@@ -3,14 +3,18 @@
 # output under the requested name.
 include("${CMAKE_CURRENT_LIST_DIR}/Common.cmake")
 
+function(expect_absent name)
+    if(EXISTS "${WORK}/${name}")
+        message(FATAL_ERROR "${name} written despite the error")
+    endif()
+endfunction()
+
 # refuse(FILE CONTENT EXIT STDERR-REGEX [ARGS...]): rytri on FILE (written with CONTENT) fails so
 # and writes no out.obj.
 function(refuse name content code pattern)
     file(WRITE "${WORK}/${name}" "${content}")
     run_rytri(EXIT ${code} STDERR "${pattern}" ARGS ${name} ${ARGN} -o out.obj)
-    if(EXISTS "${WORK}/out.obj")
-        message(FATAL_ERROR "out.obj written despite the error")
-    endif()
+    expect_absent(out.obj)
 endfunction()
 
 set(square "0 0 1\n10 0 2\n10 10 3\n0 10 4\n5 5 5\n")
@@ -46,9 +50,7 @@ elseif(CASE STREQUAL "coincident-vertex")
     file(WRITE "${WORK}/p.xyz" "${square}10 10 3\n")
     run_rytri(EXIT 1 STDERR "status 3 \\(StatusCoincidentVertex\\): a point lies on a point already inserted"
                             "try: .*--dedupe xy" ARGS p.xyz --no-dedupe -o out.obj)
-    if(EXISTS "${WORK}/out.obj")
-        message(FATAL_ERROR "out.obj written after a failed triangulation")
-    endif()
+    expect_absent(out.obj)
     # With the clean-up (the default) the same file goes through.
     run_rytri(EXIT 0 STDOUT "6 read, 1 repeated merged -> 5 vertices" ARGS p.xyz -o out.obj)
 elseif(CASE STREQUAL "collinear")
@@ -61,8 +63,6 @@ elseif(CASE STREQUAL "usage")
     run_rytri(EXIT 2 STDERR "--keep takes 'all' or 'inside', not 'sideways'" ARGS --keep sideways x.xyz)
     run_rytri(EXIT 2 STDERR "--dedupe takes xy, xz or yz, not 'xw'" ARGS --dedupe xw x.xyz)
     run_rytri(EXIT 2 STDERR "--tolerance needs a number >= 0" ARGS --tolerance abc x.xyz)
-    run_rytri(EXIT 2 STDERR "more than one input file" ARGS a.xyz b.xyz)
-    run_rytri(EXIT 2 STDERR "--demo takes no input file" ARGS --demo a.xyz)
     file(WRITE "${WORK}/p.xyz" "${square}")
     run_rytri(EXIT 2 STDERR "cannot tell the format of output 'out\\.png'" ARGS p.xyz -o out.png)
     run_rytri(EXIT 2 STDERR "--keep inside needs constraint edges" ARGS p.xyz --keep inside)
@@ -79,9 +79,7 @@ elseif(CASE STREQUAL "no-partial-output")
     expect_no_leftovers()
     # One unwritable output: none of the outputs appears.
     run_rytri(EXIT 2 STDERR "cannot write 'no-such-dir/out\\.obj'" ARGS p.xyz -o fresh.obj -o no-such-dir/out.obj)
-    if(EXISTS "${WORK}/fresh.obj")
-        message(FATAL_ERROR "fresh.obj appeared although another output failed")
-    endif()
+    expect_absent(fresh.obj)
     expect_no_leftovers()
 elseif(CASE STREQUAL "overwrite-input")
     # The default output name of a.obj is ./a.obj: the input itself.

@@ -1,18 +1,13 @@
-// rytri_meshcheck: reads meshes written by rytri back, independently of its writers, and checks
-// them with the shared mesh validator.
-//
+// rytri_meshcheck: reads rytri's meshes back, independently of its writers, and validates them.
 //   rytri_meshcheck validate MESH [--area A] [--area-tol R] [--hull] [--delaunay]
 //                                 [--constraints] [--all-vertices-used] [--min-triangles N]
 //   rytri_meshcheck same MESH1 MESH2 [--edges] [--ignore-z]
 //   rytri_meshcheck points MESH POINTS.xyz [ADDED]
 //   rytri_meshcheck svg FILE [--contains TEXT] [--lacks TEXT]...
 //
-// MESH is NAME.obj (v, f, l lines) or NAME.ele (with NAME.node, and NAME.poly for the constraint
-// edges when it exists). Validation: indices in range, every triangle counter-clockwise by the
-// exact test, every directed edge used once; optionally the kept area, the convex hull covered
-// (no vertex right of a boundary edge), local Delaunay off the constraints (band 1e-9, the
-// library's default), every constraint edge a chain of mesh edges. Exit 0 when every check
-// passes, 1 with the problems listed, 2 on unreadable files or bad usage.
+// MESH is NAME.obj or NAME.ele (with NAME.node, and NAME.poly for constraint edges if present).
+// Validation as PlainMesh (band 1e-9), plus the kept area, the hull covered, unused vertices.
+// Exit 0 when every check passes, 1 with the problems listed, 2 on unreadable files or usage.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -227,19 +222,14 @@ int svg(const std::string& path, const std::vector<std::string>& options) {
 int main(int argc, char** argv) {
     const std::string command = argc > 2 ? argv[1] : "";
     const std::vector<std::string> rest(argv + std::min(argc, 3), argv + argc);
+    auto has = [&](const char* flag) { return std::count(rest.begin(), rest.end(), flag) > 0; };
     MeshFile first, second;
     if (command == "svg") return svg(argv[2], rest);
     if (command == "validate") return readMesh(argv[2], first) ? validate(first, rest) : 2;
-    if (command == "points" && argc >= 4)
-        return readMesh(argv[2], first) ? points(first, argv[3], argc >= 5 ? std::stol(argv[4]) : 0)
-                                        : 2;
-    if (command == "same" && argc >= 4) {
-        if (!readMesh(argv[2], first) || !readMesh(argv[3], second)) return 2;
-        return same(first,
-                    second,
-                    std::count(rest.begin(), rest.end(), "--edges"),
-                    std::count(rest.begin(), rest.end(), "--ignore-z"));
-    }
+    if (command == "points" && argc >= 4 && readMesh(argv[2], first))
+        return points(first, argv[3], argc >= 5 ? std::stol(argv[4]) : 0);
+    if (command == "same" && argc >= 4 && readMesh(argv[2], first) && readMesh(argv[3], second))
+        return same(first, second, has("--edges"), has("--ignore-z"));
     std::fprintf(stderr,
                  "usage: rytri_meshcheck validate MESH [checks] | same MESH1 MESH2 [--edges] | "
                  "points MESH POINTS [ADDED] | svg FILE [--contains TEXT]...\n");
