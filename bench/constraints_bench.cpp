@@ -19,11 +19,11 @@
 #include <malloc.h>
 #endif
 
+#include "PeakMemory.h"
 #include "RyTriangulation.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
-#include "support/PeakMemory.h"
-#include "support/PointGenerators.h"
+#include "support/TestSupport.h"
 
 namespace {
 

@@ -16,12 +16,12 @@
 #include <memory>
 #include <string>
 
+#include "PeakMemory.h"
 #include "RyTriangulation.h"
 #include "mesh/RyTriangulationAccess.h"
 #include "mesh/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
-#include "support/PeakMemory.h"
-#include "support/PointGenerators.h"
+#include "support/TestSupport.h"
 
 namespace {
 
@@ -74,8 +74,8 @@ void runTriangulation(benchmark::State& state, Input kind, bool sorted) {
             state.SkipWithError("triangulation failed");
         } else if (!validated && n <= 100000) {
             // One check per benchmark that the timed code produced a valid mesh.
-            const auto violations = validateMesh(*RyTriangulationAccess::impl(*tri));
-            if (!violations.empty()) state.SkipWithError(formatViolations(violations).c_str());
+            const std::string violations = rytest::validate(*RyTriangulationAccess::impl(*tri));
+            if (!violations.empty()) state.SkipWithError(violations.c_str());
             validated = true;
         }
         tri.reset();

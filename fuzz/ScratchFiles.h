@@ -1,6 +1,5 @@
-// Scratch files for the harnesses that reach rytri through the file system: a directory of the
-// process's own, removed at a normal exit (a finding aborts and leaves it for inspection), and
-// whole-file writes.
+// Scratch files for the rytri harnesses: a directory of the process's own, removed at a normal
+// exit (a finding aborts and leaves it for inspection).
 #pragma once
 
 #include <unistd.h>
@@ -11,37 +10,24 @@
 #include <fstream>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 namespace scratch {
 
-inline std::filesystem::path& directoryPath() {
-    static std::filesystem::path path;
-    return path;
-}
-
-inline void removeDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(directoryPath(), ignored);
-}
-
 /// TMPDIR/PREFIX_PID, created on the first call.
 inline const std::filesystem::path& directory(const char* prefix) {
-    static const bool made = [prefix] {
-        directoryPath() = std::filesystem::temp_directory_path() /
-                          (std::string(prefix) + "_" + std::to_string(::getpid()));
-        std::filesystem::create_directories(directoryPath());
-        std::atexit(removeDirectory);
-        return true;
+    static const std::filesystem::path path = [prefix] {
+        const auto p =
+            std::filesystem::temp_directory_path() / (prefix + std::to_string(::getpid()));
+        std::filesystem::create_directories(p);
+        std::atexit([] { std::filesystem::remove_all(directory(nullptr)); });
+        return p;
     }();
-    (void)made;
-    return directoryPath();
+    return path;
 }
 
 inline void writeFile(const std::filesystem::path& path, std::string_view bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), std::streamsize(bytes.size()));
-    if (!out) {
+    if (!out.write(bytes.data(), std::streamsize(bytes.size()))) {
         std::fprintf(stderr, "cannot write scratch file %s\n", path.string().c_str());
         std::abort();
     }

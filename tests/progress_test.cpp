@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "RyTriangulation.h"
-#include "support/PointGenerators.h"
+#include "support/TestSupport.h"
 
 namespace {
 

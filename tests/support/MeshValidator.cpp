@@ -1,475 +1,318 @@
-// The checks, in the order a broken mesh usually shows them: element records, adjacency,
-// orientation, ghost closure of the hull, vertex back-links, local Delaunay, Euler count.
-//
-// Geometry goes through the library's exact predicates. Coordinates whose largest magnitude lies
-// outside the predicates' exact range [2^-200, 2^200] are first scaled by one power of two
-// (exact, so every sign is kept) and the band with them.
+// Verdicts on orientation, hull convexity and local Delaunay use the exact predicates (up to the
+// caller's band); the segment tests allow for the rounding of crossing positions.
 #include "support/MeshValidator.h"
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "mesh/LocalIndex.h"
 #include "mesh/RyTriangulationImpl.h"
 
+namespace rytest {
+
 namespace {
 
-constexpr std::size_t kMaxViolations = 200;
+using Triple = std::array<int, 3>;
 
-class Report {
-public:
-    template <class... Parts>
-    void add(const Parts&... parts) {
-        if (list.size() >= kMaxViolations) {
-            ++dropped;
-            return;
-        }
-        std::ostringstream out;
-        out.precision(17);
-        (out << ... << parts);
-        list.push_back(out.str());
-    }
-    std::vector<std::string> take() {
-        if (dropped > 0) list.push_back("... and " + std::to_string(dropped) + " more violations");
-        return std::move(list);
-    }
+std::string str(int a, int b) {
+    return "(" + std::to_string(a) + ", " + std::to_string(b) + ")";
+}
+std::string str(const int* v) {
+    return "(" + std::to_string(v[0]) + ", " + std::to_string(v[1]) + ", " + std::to_string(v[2]) +
+           ")";
+}
 
-private:
-    std::vector<std::string> list;
-    std::size_t dropped = 0;
+/// The violations found, one per line, the first 20 only.
+struct Report {
+    std::string text;
+    int count = 0;
+    void add(const std::string& line) { text += ++count <= 20 ? line + "\n" : ""; }
+    std::string take() { return text + (count > 20 ? "... and more\n" : ""); }
 };
 
-class Validator {
-public:
-    Validator(const RyTriangulationImpl& mesh, const MeshValidatorOptions& options)
-        : m(mesh), opt(options) {}
+long long key(int a, int b) {
+    return (static_cast<long long>(a) << 32) | static_cast<unsigned>(b);
+}
 
-    std::vector<std::string> run() {
-        prepareCoordinates();
-        const int nt = int(m.triangles.size());
-        live.assign(std::size_t(nt), 1);
-        for (int f : m.freeTriangles) {
-            if (f < 0 || f >= nt) {
-                r.add("freeTriangles holds ", f, ", outside the triangle list");
-            } else {
-                live[std::size_t(f)] = 0;
+/// Position of p along a->b (0 at a, 1 at b), its distance to the line, and the slack, relative
+/// to the length. A crossing's rounding is a few thousand ulps of the largest coordinate.
+void project(const double* p, const double* a, const double* b, double magnitude, double out[3]) {
+    const double dx = b[0] - a[0], dy = b[1] - a[1], len2 = dx * dx + dy * dy;
+    const double px = p[0] - a[0], py = p[1] - a[1];
+    out[0] = (px * dx + py * dy) / len2;
+    out[1] = std::fabs(px * dy - py * dx) / len2;
+    out[2] = 1e-9 + 0x1p-40 * magnitude / std::sqrt(len2);
+}
+
+/// The checks both mesh forms share, on real triangles given as vertex triples.
+struct Geometry {
+    const std::vector<const double*>& at;
+    const Checks& c;
+    double band;
+    Report& r;
+    double magnitude = 0.0;
+    std::unordered_map<long long, int> directed;  // directed edge -> triangle
+
+    /// Orientation (when `strict`, zero area too) and each directed edge used once.
+    void triangles(const std::vector<Triple>& tris, bool strict) {
+        for (const double* p : at) {
+            for (int k = 0; k < 2; ++k) {
+                if (std::isfinite(p[k])) magnitude = std::max(magnitude, std::fabs(p[k]));
             }
         }
-        sound.assign(std::size_t(nt), 0);
-        orientation.assign(std::size_t(nt), 0.0);
-        inMesh.assign(m.vertices.size(), 0);
-
-        for (int t = 0; t < nt; ++t) {
-            if (live[std::size_t(t)]) checkRecord(t);
-        }
-        for (int t = 0; t < nt; ++t) {
-            if (sound[std::size_t(t)]) checkAdjacency(t);
-        }
-        checkVertices();
-        checkHull();
-        if (opt.checkDelaunay) checkDelaunay();
-        if (opt.checkEuler) checkEuler();
-        if (opt.checkConstraints) {
-            for (std::string& v : checkConstraintEdges(m)) r.add(v);
-        }
-        return r.take();
-    }
-
-private:
-    const RyTriangulationImpl& m;
-    MeshValidatorOptions opt;
-    Report r;
-
-    std::vector<double> xy;           // scaled x, y of every vertex
-    double orientBand = 0.0;          // band for twice-area values at the scaled coordinates
-    double circleBand = 0.0;          // band for in-circle values at the scaled coordinates
-    std::vector<char> live;           // not in freeTriangles
-    std::vector<char> sound;          // live, vertex indices in range, at most one ghost vertex
-    std::vector<double> orientation;  // orient2d of each sound real triangle
-    std::vector<char> inMesh;         // vertex is a corner of some sound triangle
-    int realCount = 0;
-    std::vector<int> ghosts;
-
-    const double* at(int v) const { return &xy[2 * std::size_t(v)]; }
-    const PkMeshTriangle& tri(int t) const { return m.triangles[std::size_t(t)]; }
-    bool isGhostTriangle(int t) const {
-        const int* v = triVerts(tri(t));
-        return v[0] == GhostVertex || v[1] == GhostVertex || v[2] == GhostVertex;
-    }
-
-    void prepareCoordinates() {
-        double band = opt.band >= 0.0 ? opt.band : m.cdtTolerance;
-        if (!(band >= 0.0)) band = 0.0;
-        double maxAbs = 0.0;
-        for (const PkMeshPoint3d& p : m.vertices) {
-            const double* q = vertexXY(p);
-            if (std::isfinite(q[0])) maxAbs = std::max(maxAbs, std::fabs(q[0]));
-            if (std::isfinite(q[1])) maxAbs = std::max(maxAbs, std::fabs(q[1]));
-        }
-        // The predicates are exact for magnitudes in [2^-200, 2^200], what the library accepts:
-        // such coordinates are used as they are, whatever their spread (scaling the largest down
-        // would push the smallest out of that range). Beyond it the smallest power of two that
-        // brings the largest back is used.
-        int shift = 0;
-        if (maxAbs > 0.0 && (maxAbs > 0x1p200 || maxAbs < 0x1p-200)) {
-            int e = 0;
-            std::frexp(maxAbs, &e);  // maxAbs < 2^e
-            shift = maxAbs > 0x1p200 ? 200 - e : -e;
-        }
-        xy.resize(2 * m.vertices.size());
-        for (std::size_t i = 0; i < m.vertices.size(); ++i) {
-            const double* q = vertexXY(m.vertices[i]);
-            xy[2 * i] = std::ldexp(q[0], shift);
-            xy[2 * i + 1] = std::ldexp(q[1], shift);
-        }
-        orientBand = std::ldexp(band, 2 * shift);
-        circleBand = std::ldexp(band, 4 * shift);
-    }
-
-    void checkRecord(int t) {
-        const PkMeshTriangle& tr = tri(t);
-        const int* v = triVerts(tr);
-        const int nv = int(m.vertices.size());
-        int ghostCount = 0;
-        bool ok = true;
-        for (int k = 0; k < 3; ++k) {
-            if (v[k] == GhostVertex) {
-                ++ghostCount;
-            } else if (v[k] < 0 || v[k] >= nv) {
-                r.add("triangle ", t, ": vertex ", k, " is ", v[k], ", not a vertex index");
-                ok = false;
+        for (std::size_t t = 0; t < tris.size(); ++t) {
+            const int* v = tris[t].data();
+            const double o = orient2d(at[v[0]], at[v[1]], at[v[2]]);
+            if (c.geometry && !(o > 0.0) && (strict || !(o == 0.0))) {
+                r.add("triangle " + str(v) + " is not counter-clockwise");
             }
-        }
-        if (ghostCount > 1) {
-            r.add("triangle ", t, " holds the ghost vertex ", ghostCount, " times");
-            ok = false;
-        }
-        if (v[0] == v[1] || v[1] == v[2] || v[2] == v[0]) {
-            r.add("triangle ", t, " repeats a vertex: (", v[0], ", ", v[1], ", ", v[2], ")");
-            ok = false;
-        }
-        const std::uint32_t flags = PkMeshFields::flags(tr);
-        if (bool(flags & bAux) != (ghostCount == 1)) {
-            r.add("triangle ",
-                  t,
-                  ": bAux is ",
-                  (flags & bAux),
-                  " but it holds the ghost vertex ",
-                  ghostCount,
-                  " times");
-        }
-        if ((flags & ~bAux) != 0) r.add("triangle ", t, ": flag bits other than bAux set: ", flags);
-        if (!ok) return;
-
-        sound[std::size_t(t)] = 1;
-        for (int k = 0; k < 3; ++k) {
-            if (v[k] >= 0) inMesh[std::size_t(v[k])] = 1;
-        }
-        if (ghostCount == 1) {
-            ghosts.push_back(t);
-            return;
-        }
-        ++realCount;
-        const double o = orient2d(at(v[0]), at(v[1]), at(v[2]));
-        orientation[std::size_t(t)] = o;
-        if (!(o >= 0.0)) {
-            r.add("triangle ",
-                  t,
-                  " (",
-                  v[0],
-                  ", ",
-                  v[1],
-                  ", ",
-                  v[2],
-                  ") is not counter-clockwise: orient2d = ",
-                  o);
-        } else if (o == 0.0 && !opt.allowDegenerate) {
-            r.add("triangle ", t, " (", v[0], ", ", v[1], ", ", v[2], ") has zero area");
-        }
-    }
-
-    void checkAdjacency(int t) {
-        const PkMeshTriangle& tr = tri(t);
-        const int* v = triVerts(tr);
-        const int* n = triNbrs(tr);
-        const int nt = int(m.triangles.size());
-        for (int k = 0; k < 3; ++k) {
-            const int a = v[k], b = v[nextLocalIndex(k)];
-            const int u = n[k];
-            if (u < 0 || u >= nt) {
-                r.add("triangle ", t, ": neighbour ", k, " is ", u, ", not a triangle index");
-                continue;
-            }
-            if (u == t) {
-                r.add("triangle ", t, " is its own neighbour ", k);
-                continue;
-            }
-            if (!live[std::size_t(u)]) {
-                r.add("triangle ", t, ": neighbour ", k, " is ", u, ", a released slot");
-                continue;
-            }
-            const int* uv = triVerts(tri(u));
-            int j = 0;
-            while (j < 3 && !(uv[j] == b && uv[nextLocalIndex(j)] == a)) ++j;
-            if (j == 3) {
-                r.add("triangle ",
-                      t,
-                      ": neighbour ",
-                      k,
-                      " = ",
-                      u,
-                      " does not hold the edge (",
-                      b,
-                      ", ",
-                      a,
-                      ")");
-                continue;
-            }
-            if (triNbrs(tri(u))[j] != t) {
-                r.add("triangle ",
-                      t,
-                      ": neighbour ",
-                      k,
-                      " = ",
-                      u,
-                      " links back to ",
-                      triNbrs(tri(u))[j],
-                      " across (",
-                      b,
-                      ", ",
-                      a,
-                      ")");
-            }
-            if (a >= 0 && b >= 0 && isGhostTriangle(t) && isGhostTriangle(u)) {
-                r.add("ghost triangles ", t, " and ", u, " share the real edge (", a, ", ", b, ")");
+            for (int k = 0; k < 3; ++k) {
+                if (!directed.emplace(key(v[k], v[(k + 1) % 3]), int(t)).second) {
+                    r.add("edge " + str(v[k], v[(k + 1) % 3]) + " is used twice one way");
+                }
             }
         }
     }
 
-    void checkVertices() {
-        const int nt = int(m.triangles.size());
-        for (int i = 0; i < int(m.vertices.size()); ++i) {
-            const int t = vertexTriangle(m.vertices[std::size_t(i)]);
-            if (t == -1 && opt.skipUninserted && !inMesh[std::size_t(i)]) continue;
-            if (t < 0 || t >= nt || !live[std::size_t(t)]) {
-                r.add("vertex ", i, ": triangle index ", t, " names no live triangle");
-                continue;
-            }
-            const int* v = triVerts(tri(t));
-            if (v[0] != i && v[1] != i && v[2] != i) {
-                r.add("vertex ",
-                      i,
-                      ": triangle ",
-                      t,
-                      " (",
-                      v[0],
-                      ", ",
-                      v[1],
-                      ", ",
-                      v[2],
-                      ") does not have it as a corner");
+    /// Each edge between two triangles, unless `fixed` holds it, passes the in-circle test.
+    template <class Fixed>
+    void delaunay(const std::vector<Triple>& tris, Fixed fixed) {
+        if (!c.geometry || !c.delaunay) return;
+        for (const Triple& v : tris) {
+            for (int k = 0; k < 3; ++k) {
+                const int a = v[k], b = v[(k + 1) % 3], p = v[(k + 2) % 3];
+                const auto twin = directed.find(key(b, a));
+                if (a > b || twin == directed.end() || fixed(a, b)) continue;
+                const Triple& u = tris[std::size_t(twin->second)];
+                const int d = u[0] + u[1] + u[2] - a - b;
+                // Both determinants have the same exact value; the smaller estimate keeps
+                // rounding at the band's edge from reporting what the flip test accepted.
+                const double value = std::min(incircle(at[v[0]], at[v[1]], at[v[2]], at[d]),
+                                              incircle(at[u[0]], at[u[1]], at[u[2]], at[p]));
+                // A vertex made at a crossing is rounded off the edge it split, and the flips
+                // test it as if on that edge: allow a miss of rounding size (relative to the
+                // quadrilateral's size to the fourth), never a missed flip.
+                double slack = 0;
+                if (std::max({a, b, p, d}) >= c.crossingsFrom) {
+                    double size = 0;
+                    for (const int w : {b, p, d}) {
+                        for (int k = 0; k < 2; ++k)
+                            size = std::max(size, std::fabs(at[w][k] - at[a][k]));
+                    }
+                    slack = 0x1p-30 * (size * size) * (size * size);
+                }
+                if (!(value <= band + slack))
+                    r.add("edge " + str(a, b) + " is not locally Delaunay");
             }
         }
     }
 
-    // Ghost triangle (x, y, G) holds the hull edge y -> x; its neighbour across (y, G) holds the
-    // next hull edge z -> y, so following those links walks the hull clockwise.
-    void checkHull() {
-        if (ghosts.empty()) {
-            if (realCount > 0) r.add("the mesh has real triangles but no ghost triangles");
-            return;
-        }
-        std::vector<char> seen(m.triangles.size(), 0);
-        std::unordered_set<int> hullVertices;
-        for (int g : ghosts) {
-            int x, y;
-            if (!hullEdge(g, x, y)) continue;
-            if (!hullVertices.insert(y).second) {
-                r.add("hull vertex ", y, " starts two hull edges (ghost triangle ", g, ")");
-            }
-            const int next = nextGhost(g);
-            if (next < 0) continue;
-            int y2, z;
-            if (!hullEdge(next, y2, z) || y2 != y) {
-                r.add("ghost triangle ",
-                      g,
-                      ": its neighbour across (",
-                      y,
-                      ", G) is ",
-                      next,
-                      ", not the next ghost triangle");
-                continue;
-            }
-            const double o = orient2d(at(x), at(y), at(z));
-            if (o > orientBand) {
-                r.add("hull is reflex at vertex ",
-                      y,
-                      " between ghost triangles ",
-                      g,
-                      " and ",
-                      next,
-                      ": orient2d(",
-                      x,
-                      ", ",
-                      y,
-                      ", ",
-                      z,
-                      ") = ",
-                      o);
+    /// Whether a-b is a chain of `edges` through vertices on the segment; adds its edges to `on`.
+    bool chain(int a,
+               int b,
+               std::unordered_map<int, std::vector<int>>& edges,
+               std::unordered_set<long long>& on) {
+        std::unordered_map<int, int> from = {{a, a}};
+        for (std::vector<int> stack = {a}; !stack.empty() && from.count(b) == 0;) {
+            const int v = stack.back();
+            stack.pop_back();
+            for (int w : edges[v]) {
+                if (from.count(w) == 0 && (w == b || onSegment(at[w], at[a], at[b], magnitude))) {
+                    from[w] = v;
+                    stack.push_back(w);
+                }
             }
         }
-        // One cycle through every ghost triangle: the hull is a single closed curve.
-        int g = ghosts.front();
-        std::size_t steps = 0;
-        while (g >= 0 && !seen[std::size_t(g)] && steps <= ghosts.size()) {
-            seen[std::size_t(g)] = 1;
-            g = nextGhost(g);
-            ++steps;
-        }
-        if (g != ghosts.front() || steps != ghosts.size()) {
-            r.add("the ghost triangles do not form one cycle: from ",
-                  ghosts.front(),
-                  " the walk ",
-                  "covers ",
-                  steps,
-                  " of ",
-                  ghosts.size(),
-                  " and stops at ",
-                  g);
-        }
-    }
-
-    /// The ghost triangle rotated to (x, y, G); false when it is not a sound ghost triangle.
-    bool hullEdge(int g, int& x, int& y) const {
-        if (g < 0 || g >= int(m.triangles.size()) || !sound[std::size_t(g)] ||
-            !isGhostTriangle(g)) {
-            return false;
-        }
-        const int* v = triVerts(tri(g));
-        int k = 0;
-        while (v[k] != GhostVertex) ++k;
-        x = v[nextLocalIndex(k)];
-        y = v[prevLocalIndex(k)];
+        if (from.count(b) == 0) return false;
+        for (int v = b; v != a; v = from[v])
+            on.insert(key(std::min(v, from[v]), std::max(v, from[v])));
         return true;
     }
-
-    int nextGhost(int g) const {
-        const int* v = triVerts(tri(g));
-        int k = 0;
-        while (v[k] != GhostVertex) ++k;
-        const int next = triNbrs(tri(g))[prevLocalIndex(k)];  // across (y, G)
-        if (next < 0 || next >= int(m.triangles.size()) || !sound[std::size_t(next)] ||
-            !isGhostTriangle(next)) {
-            return -1;
-        }
-        return next;
-    }
-
-    void checkDelaunay() {
-        const int nt = int(m.triangles.size());
-        for (int t = 0; t < nt; ++t) {
-            if (!sound[std::size_t(t)] || isGhostTriangle(t) || orientation[std::size_t(t)] <= 0) {
-                continue;
-            }
-            const int* v = triVerts(tri(t));
-            const int* n = triNbrs(tri(t));
-            for (int k = 0; k < 3; ++k) {
-                const int u = n[k];
-                if (u <= t || u >= nt || !sound[std::size_t(u)] || isGhostTriangle(u) ||
-                    orientation[std::size_t(u)] <= 0) {
-                    continue;
-                }
-                const int a = v[k], b = v[nextLocalIndex(k)], c = v[prevLocalIndex(k)];
-                const int* uv = triVerts(tri(u));
-                int j = 0;
-                while (j < 3 && !(uv[j] == b && uv[nextLocalIndex(j)] == a)) ++j;
-                if (j == 3) continue;  // already reported as an adjacency fault
-                if (m.constraintEdges.count(PkMeshEdge(a, b)) != 0) continue;
-                const int d = uv[prevLocalIndex(j)];
-                // The two determinants have the same exact value; take the smaller estimate so
-                // rounding at the band's edge never reports an edge the flip test accepted.
-                const double fromT = incircle(at(v[0]), at(v[1]), at(v[2]), at(d));
-                const double fromU = incircle(at(uv[0]), at(uv[1]), at(uv[2]), at(c));
-                const double value = std::min(fromT, fromU);
-                if (!(value <= circleBand)) {
-                    r.add("edge (",
-                          a,
-                          ", ",
-                          b,
-                          ") between triangles ",
-                          t,
-                          " and ",
-                          u,
-                          " is not locally Delaunay: vertex ",
-                          d,
-                          " lies inside the circle of (",
-                          v[0],
-                          ", ",
-                          v[1],
-                          ", ",
-                          v[2],
-                          "), incircle = ",
-                          value);
-                }
-            }
-        }
-    }
-
-    void checkEuler() {
-        if (realCount == 0 && ghosts.empty()) return;  // no mesh built
-        long long n = 0;
-        for (char c : inMesh) n += c;
-        const long long h = (long long)ghosts.size();
-        if (realCount != 2 * n - h - 2) {
-            r.add("Euler count: ",
-                  realCount,
-                  " real triangles for ",
-                  n,
-                  " vertices and ",
-                  h,
-                  " hull vertices; expected ",
-                  2 * n - h - 2);
-        }
-    }
 };
+
+bool validSegment(const PkMeshEdge& s, int n) {
+    return s.EdgeIndex1() >= 0 && s.EdgeIndex2() < n;
+}
+
+int ghostCorner(const int* v) {
+    return v[0] == GhostVertex ? 0 : v[1] == GhostVertex ? 1 : v[2] == GhostVertex ? 2 : -1;
+}
 
 }  // namespace
 
-std::vector<std::string> validateMesh(const RyTriangulationImpl& mesh,
-                                      const MeshValidatorOptions& options) {
-    return Validator(mesh, options).run();
+bool onSegment(const double* p, const double* a, const double* b, double magnitude) {
+    double q[3];
+    project(p, a, b, magnitude, q);
+    return q[1] <= q[2] && q[0] >= -q[2] && q[0] <= 1.0 + q[2];
 }
 
-std::vector<std::string> checkConstraintEdges(const RyTriangulationImpl& mesh) {
-    std::vector<char> live(mesh.triangles.size(), 1);
-    for (int f : mesh.freeTriangles) {
-        if (f >= 0 && f < int(live.size())) live[std::size_t(f)] = 0;
+std::string validate(const RyTriangulationImpl& m, const Checks& c) {
+    Report r;
+    const int nt = int(m.triangles.size()), nv = int(m.vertices.size());
+    std::vector<char> live(std::size_t(nt), 1), sound(std::size_t(nt), 0);
+    std::vector<char> used(std::size_t(nv), 0);
+    for (int f : m.freeTriangles) {
+        if (f < 0 || f >= nt) r.add("freeTriangles holds " + std::to_string(f));
+        if (f >= 0 && f < nt) live[std::size_t(f)] = 0;
     }
-    EdgeSet edges;
-    for (std::size_t t = 0; t < mesh.triangles.size(); ++t) {
-        const int* v = triVerts(mesh.triangles[t]);
-        if (!live[t] || v[0] < 0 || v[1] < 0 || v[2] < 0) continue;
-        for (int k = 0; k < 3; ++k) edges.insert(PkMeshEdge(v[k], v[nextLocalIndex(k)]));
+    auto corners = [&](int t) { return triVerts(m.triangles[std::size_t(t)]); };
+    auto links = [&](int t) { return triNbrs(m.triangles[std::size_t(t)]); };
+    auto ghost = [&](int t) {
+        return t >= 0 && t < nt && sound[std::size_t(t)] && ghostCorner(corners(t)) >= 0;
+    };
+    std::vector<int> ghosts;
+    std::vector<Triple> real;
+    for (int t = 0; t < nt; ++t) {
+        const int* v = corners(t);
+        const int g = (v[0] == GhostVertex) + (v[1] == GhostVertex) + (v[2] == GhostVertex);
+        bool ok = g <= 1 && v[0] != v[1] && v[1] != v[2] && v[2] != v[0];
+        for (int k = 0; k < 3; ++k) ok = ok && (v[k] == GhostVertex || (v[k] >= 0 && v[k] < nv));
+        if (!live[std::size_t(t)]) continue;
+        if (!ok) r.add("triangle " + std::to_string(t) + " has corners " + str(v));
+        if (PkMeshFields::flags(m.triangles[std::size_t(t)]) != (g == 1 ? bAux : 0u)) {
+            r.add("triangle " + std::to_string(t) + " has wrong flags");
+        }
+        if (!ok) continue;
+        sound[std::size_t(t)] = 1;
+        for (int k = 0; k < 3; ++k) used[std::size_t(std::max(v[k], 0))] |= v[k] >= 0;
+        if (g == 1) ghosts.push_back(t);
+        if (g == 0) real.push_back({v[0], v[1], v[2]});
     }
-    std::vector<std::string> violations;
-    for (const PkMeshEdge& e : mesh.constraintEdges) {
-        if (edges.count(e) == 0) {
-            violations.push_back("constraint edge (" + std::to_string(e.EdgeIndex1()) + ", " +
-                                 std::to_string(e.EdgeIndex2()) +
-                                 ") is not an edge of a real triangle");
+    // Neighbour k lies across the edge from corner k to corner k+1 and links back.
+    for (int t = 0; t < nt; ++t) {
+        for (int k = 0; k < 3 && sound[std::size_t(t)]; ++k) {
+            const int a = corners(t)[k], b = corners(t)[(k + 1) % 3], u = links(t)[k];
+            int j = 0;
+            while (u >= 0 && u < nt && j < 3 &&
+                   !(corners(u)[j] == b && corners(u)[(j + 1) % 3] == a))
+                ++j;
+            if (u < 0 || u >= nt || u == t || !sound[std::size_t(u)] || j == 3 ||
+                links(u)[j] != t) {
+                r.add("triangle " + std::to_string(t) + ": neighbour " + std::to_string(k) +
+                      " is wrong");
+            } else if (a >= 0 && b >= 0 && ghost(t) && ghost(u)) {
+                r.add("ghost triangles " + str(t, u) + " share a real edge");
+            }
         }
     }
-    return violations;
+    for (int i = 0; i < nv; ++i) {
+        const int t = vertexTriangle(m.vertices[std::size_t(i)]);
+        if (t == -1 && c.partial && !used[std::size_t(i)]) continue;
+        const int* v = t >= 0 && t < nt && live[std::size_t(t)] ? corners(t) : nullptr;
+        if (!v || (v[0] != i && v[1] != i && v[2] != i)) {
+            r.add("vertex " + std::to_string(i) + ": its triangle does not hold it");
+        }
+    }
+
+    std::vector<const double*> at;
+    for (const PkMeshPoint3d& p : m.vertices) at.push_back(vertexXY(p));
+    // The library treats a negative or NaN tolerance as 0.
+    const double band = c.band >= 0.0 ? c.band : m.cdtTolerance > 0.0 ? m.cdtTolerance : 0.0;
+    Geometry g{at, c, band, r, 0.0, {}};
+    // Ghost (x, y, G) holds hull edge y -> x, its neighbour across (y, G) z -> y: one convex cycle.
+    std::size_t steps = 0;
+    for (int t = ghosts.empty() ? -1 : ghosts[0]; steps <= ghosts.size() && ghost(t); ++steps) {
+        const int* v = corners(t);
+        const int k = ghostCorner(v), next = links(t)[(k + 2) % 3];
+        if (!ghost(next)) break;
+        const int* w = corners(next);
+        const int j = ghostCorner(w), x = v[(k + 1) % 3], y = v[(k + 2) % 3], z = w[(j + 2) % 3];
+        if (c.geometry && w[(j + 1) % 3] == y && orient2d(at[x], at[y], at[z]) > band) {
+            r.add("the hull turns reflex at vertex " + std::to_string(y));
+        }
+        t = next;
+        if (t == ghosts[0]) ++steps;
+        if (t == ghosts[0]) break;
+    }
+    if (steps != ghosts.size() || (ghosts.empty() && !real.empty())) {
+        r.add("the " + std::to_string(ghosts.size()) + " ghost triangles do not form one cycle");
+    }
+    const long long n = std::count(used.begin(), used.end(), 1), h = (long long)ghosts.size();
+    if (!c.partial && !ghosts.empty() && (long long)real.size() != 2 * n - h - 2) {
+        r.add("Euler: " + std::to_string(real.size()) + " triangles for " + str(int(n), int(h)) +
+              " vertices");
+    }
+    g.triangles(real, !c.allowDegenerate);
+    g.delaunay(real, [&](int a, int b) { return m.constraintEdges.count(PkMeshEdge(a, b)) != 0; });
+
+    // Constraint records: in the mesh, repeats counted, origins and crossings on input segments.
+    const std::vector<PkMeshEdge>& inputs = c.inputs.empty() ? c.required : c.inputs;
+    const bool segments = c.geometry && !inputs.empty();
+    std::unordered_map<int, std::vector<int>> pieces;
+    for (const PkMeshEdge& e : m.constraintEdges) {
+        const int a = e.EdgeIndex1(), b = e.EdgeIndex2();
+        if (a >= 0 && b < nv && g.directed.count(key(a, b)) + g.directed.count(key(b, a))) {
+            pieces[a].push_back(b);
+            pieces[b].push_back(a);
+        } else if (!c.allowMissing || a < 0 || b >= nv) {
+            r.add("constraint edge " + str(a, b) + " is not an edge of the mesh");
+        }
+    }
+    for (const auto& [e, count] : m.constraintRepeats) {
+        if (count < 1 || m.constraintEdges.count(e) == 0)
+            r.add("repeat count of " + str(e.EdgeIndex1(), e.EdgeIndex2()));
+    }
+    for (const auto& [e, list] : m.constraintOrigins) {
+        bool ok = !list.empty() && m.constraintEdges.count(e) != 0 && e.EdgeIndex2() < nv;
+        for (const PkMeshEdge& o : list) {
+            ok =
+                ok && o != e && validSegment(o, nv) && std::count(list.begin(), list.end(), o) == 1;
+            double p[3], q[3];
+            if (!ok || !segments) continue;
+            project(at[e.EdgeIndex1()], at[o.EdgeIndex1()], at[o.EdgeIndex2()], g.magnitude, p);
+            project(at[e.EdgeIndex2()], at[o.EdgeIndex1()], at[o.EdgeIndex2()], g.magnitude, q);
+            ok = p[1] <= p[2] && q[1] <= q[2];
+        }
+        if (!ok) r.add("origins of " + str(e.EdgeIndex1(), e.EdgeIndex2()) + " are wrong");
+    }
+    std::unordered_set<long long> chained;
+    for (const PkMeshEdge& s : c.required) {
+        const int a = s.EdgeIndex1(), b = s.EdgeIndex2();
+        if (validSegment(s, nv) && !g.chain(a, b, pieces, chained))
+            r.add("segment " + str(a, b) + " is no chain");
+    }
+    for (int v = std::max(c.crossingsFrom, 0); segments && v < nv; ++v) {
+        int on = 0;
+        for (const PkMeshEdge& s : inputs) {
+            on += validSegment(s, nv) &&
+                  onSegment(at[v], at[s.EdgeIndex1()], at[s.EdgeIndex2()], g.magnitude);
+        }
+        if (on < 2)
+            r.add("crossing vertex " + std::to_string(v) + " lies on " + std::to_string(on) +
+                  " segments");
+    }
+    return r.take();
 }
 
-std::string formatViolations(const std::vector<std::string>& violations, std::size_t limit) {
-    std::string out = std::to_string(violations.size()) + " mesh violation(s):";
-    for (std::size_t i = 0; i < violations.size() && i < limit; ++i) {
-        out += "\n  ";
-        out += violations[i];
+std::string validate(const PlainMesh& m, const Checks& c) {
+    Report r;
+    const int nv = int(m.xy.size());
+    std::vector<const double*> at;
+    for (const std::array<double, 2>& p : m.xy) at.push_back(p.data());
+    std::vector<Triple> tris;
+    for (const Triple& v : m.triangles) {
+        const bool in = std::all_of(v.begin(), v.end(), [&](int i) { return i >= 0 && i < nv; });
+        if (in && v[0] != v[1] && v[1] != v[2] && v[2] != v[0]) tris.push_back(v);
+        if (!(in && v[0] != v[1] && v[1] != v[2] && v[2] != v[0]))
+            r.add("triangle " + str(v.data()) + " has bad corners");
     }
-    if (violations.size() > limit) out += "\n  ...";
-    return out;
+    Geometry g{at, c, c.band >= 0.0 ? c.band : 0.0, r, 0.0, {}};
+    g.triangles(tris, true);
+    std::unordered_map<int, std::vector<int>> edges;
+    for (const auto& [e, t] : g.directed) {
+        const int a = int(e >> 32), b = int(e & 0xffffffff);
+        if (a < b || !g.directed.count(key(b, a))) edges[a].push_back(b), edges[b].push_back(a);
+    }
+    std::unordered_set<long long> chained;
+    for (const PkMeshEdge& s : c.required) {
+        const int a = s.EdgeIndex1(), b = s.EdgeIndex2();
+        if (!validSegment(s, nv) || !g.chain(a, b, edges, chained))
+            r.add("segment " + str(a, b) + " is no chain");
+    }
+    g.delaunay(tris, [&](int a, int b) { return chained.count(key(a, b)) != 0; });
+    return r.take();
 }
+
+}  // namespace rytest

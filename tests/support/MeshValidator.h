@@ -1,50 +1,54 @@
-// Invariant checks on a triangulation record, shared by the tests, the fuzz harnesses and the
-// benchmarks. Every check names the offending triangle or vertex; an empty list means the mesh
-// is a valid (constrained) Delaunay triangulation closed by ghost triangles.
+// The one mesh validator (unit tests, fuzz harnesses, rytri's mesh checker, benchmarks): it
+// returns the violations found, one per line naming the element at fault, or "" when valid.
 #pragma once
 
-#include <cstddef>
+#include <array>
+#include <climits>
 #include <string>
 #include <vector>
 
+#include "PkMeshEdge.h"
+
 struct RyTriangulationImpl;
 
-struct MeshValidatorOptions {
-    /// Accept real triangles of exactly zero area (three collinear input points give one).
+namespace rytest {
+
+struct Checks {
+    /// Orientation, hull convexity and local Delaunay; off where a band blurs the signs.
+    bool geometry = true;
+    /// Local Delaunay across every edge that is not a constraint.
+    bool delaunay = true;
+    /// Real triangles of zero area are allowed (three collinear input points give one).
     bool allowDegenerate = false;
-    /// Vertices with triangle index -1 were never inserted; skip them instead of failing.
-    bool skipUninserted = false;
-    /// Check that every edge between two real triangles is locally Delaunay.
-    bool checkDelaunay = true;
-    /// Check the triangle counts against Euler's relation for the hull found.
-    bool checkEuler = true;
-    /// Also run checkConstraintEdges.
-    bool checkConstraints = false;
-    /// Tolerance band of the in-circle and hull-convexity checks; negative means the record's
-    /// cdtTolerance (a negative or NaN tolerance counts as 0, as in the library).
+    /// After a failure: vertices not yet inserted (triangle -1) are skipped, no Euler count.
+    bool partial = false;
+    /// In-circle and hull band; negative: the record's cdtTolerance (negative or NaN count as 0).
     double band = -1.0;
+    /// Recorded constraint edges may be missing from the mesh (crossed without a split).
+    bool allowMissing = false;
+    /// Segments that must be chains of constraint edges through vertices on them.
+    std::vector<PkMeshEdge> required;
+    /// Vertices from this index on were made at crossings: allowed a rounding-sized in-circle miss (their
+    /// positions are rounded), each on two of the input segments.
+    int crossingsFrom = INT_MAX;
+    /// The input segments (default: `required`) that crossing vertices and origins must lie on.
+    std::vector<PkMeshEdge> inputs;
 };
 
-/// Every invariant the working mesh of `mesh` violates; empty when it is valid. Slots listed in
-/// `freeTriangles` are skipped. The list is capped (the last entry then counts the rest).
-std::vector<std::string> validateMesh(const RyTriangulationImpl& mesh,
-                                      const MeshValidatorOptions& options = {});
+/// A triangulation record: slots, adjacency, ghosts closing a convex hull, vertex back-links, the
+/// Euler count, orientation, local Delaunay off constraints, the constraint records.
+std::string validate(const RyTriangulationImpl& mesh, const Checks& checks = {});
 
-/// Every recorded constraint edge that is not an edge of a live real triangle.
-std::vector<std::string> checkConstraintEdges(const RyTriangulationImpl& mesh);
+/// A mesh as a file holds it: indices, orientation, each directed edge used once, `required`
+/// segments as chains of mesh edges, local Delaunay off those chains.
+struct PlainMesh {
+    std::vector<std::array<double, 2>> xy;
+    std::vector<std::array<int, 3>> triangles;
+};
+std::string validate(const PlainMesh& mesh, const Checks& checks);
 
-/// The first `limit` violations, one per line, for a failure message.
-std::string formatViolations(const std::vector<std::string>& violations, std::size_t limit = 20);
+/// Whether point p lies on segment a-b within a relative tolerance plus the rounding of a
+/// crossing computed at coordinates of magnitude `magnitude`.
+bool onSegment(const double* p, const double* a, const double* b, double magnitude);
 
-/// GoogleTest helpers (they expand only where gtest is included), e.g.
-///   RY_EXPECT_VALID_MESH(impl, options) << "seed " << seed;
-#define RY_EXPECT_VALID_MESH(mesh, options)                                             \
-    if (const std::vector<std::string> ryViolations_ = validateMesh((mesh), (options)); \
-        ryViolations_.empty()) {                                                        \
-    } else                                                                              \
-        ADD_FAILURE() << formatViolations(ryViolations_)
-#define RY_ASSERT_VALID_MESH(mesh, options)                                             \
-    if (const std::vector<std::string> ryViolations_ = validateMesh((mesh), (options)); \
-        ryViolations_.empty()) {                                                        \
-    } else                                                                              \
-        FAIL() << formatViolations(ryViolations_)
+}  // namespace rytest

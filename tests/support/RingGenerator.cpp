@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "predicates/Predicates.h"
-#include "support/PointGenerators.h"
+#include "support/TestSupport.h"
 
 namespace rytest {
 

@@ -1,6 +1,5 @@
-#include "support/PeakMemory.h"
+#include "PeakMemory.h"
 
-#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -57,28 +56,6 @@ void releaseFreedMemory() {
 #if defined(__GLIBC__)
     malloc_trim(0);
 #endif
-}
-
-std::string mappingFlags(const void* address) {
-    const std::uintptr_t a = reinterpret_cast<std::uintptr_t>(address);
-    std::ifstream in("/proc/self/smaps");
-    std::string line;
-    bool inside = false;
-    while (std::getline(in, line)) {
-        // A mapping starts with "begin-end perms ..." in hex; its fields follow, VmFlags last.
-        const std::size_t dash = line.find('-');
-        const std::size_t space = line.find(' ');
-        if (dash != std::string::npos && space != std::string::npos && dash < space &&
-            line.find(':') > space) {
-            const std::uintptr_t begin = std::stoull(line.substr(0, dash), nullptr, 16);
-            const std::uintptr_t end =
-                std::stoull(line.substr(dash + 1, space - dash - 1), nullptr, 16);
-            inside = begin <= a && a < end;
-        } else if (inside && line.compare(0, 8, "VmFlags:") == 0) {
-            return line.substr(8) + " ";
-        }
-    }
-    return "";
 }
 
 }  // namespace rytest

@@ -1,8 +1,6 @@
-// Resident-memory probes for the benchmarks and tests (Linux /proc; elsewhere they report -1
+// Resident-memory probes for the benchmarks (Linux /proc; elsewhere they report -1
 // or nothing).
 #pragma once
-
-#include <string>
 
 namespace rytest {
 
@@ -18,8 +16,5 @@ long long currentMemoryBytes();
 void usePlainAllocatorThresholds();
 /// Returns free heap memory to the system (glibc), so the next measurement starts clean.
 void releaseFreedMemory();
-/// The kernel's flags of the mapping holding `address` (the VmFlags line of /proc/self/smaps:
-/// "hg" marks huge-page advice, "nh" its withdrawal), or "" when unknown.
-std::string mappingFlags(const void* address);
 
 }  // namespace rytest
