@@ -9,6 +9,7 @@
 // stands on; so each chain stays within that distance of its segment, and the kept region
 // differs from the exact one only inside those strips: by at most 2 * reach * (total edge
 // length).
+#include <gmpxx.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,8 +17,6 @@
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#include <gmpxx.h>
 
 #include "RyTriangulation.h"
 #include "mesh/RyTriangulationAccess.h"
@@ -189,7 +188,8 @@ TEST(Rings, IssueCrossingBesideAVertexWithinRoundingOfTheCrossedEdge) {
     const RyTriangulationImpl& m = *RyTriangulationAccess::impl(t);
     EXPECT_EQ(rytest::validate(m), "");
     EXPECT_EQ(m.vertices.size(), 4u);
-    EXPECT_EQ(m.constraintEdges, decltype(m.constraintEdges)({PkMeshEdge(0, 3), PkMeshEdge(1, 3), PkMeshEdge(2, 3)}));
+    EXPECT_EQ(m.constraintEdges,
+              decltype(m.constraintEdges)({PkMeshEdge(0, 3), PkMeshEdge(1, 3), PkMeshEdge(2, 3)}));
     EXPECT_TRUE(m.constraintRepeats.empty());
     for (const PkMeshEdge& half : {PkMeshEdge(0, 3), PkMeshEdge(1, 3)}) {
         EXPECT_EQ(m.constraintOrigins.at(half), std::vector<PkMeshEdge>{PkMeshEdge(0, 1)});
