@@ -28,8 +28,8 @@ struct Checks {
     bool allowMissing = false;
     /// Segments that must be chains of constraint edges through vertices on them.
     std::vector<PkMeshEdge> required;
-    /// Vertices from this index on were made at crossings: allowed a rounding-sized in-circle miss (their
-    /// positions are rounded), each on two of the input segments.
+    /// Vertices from this index on were made at crossings: allowed a rounding-sized in-circle miss
+    /// (their positions are rounded), each on two of the input segments.
     int crossingsFrom = INT_MAX;
     /// The input segments (default: `required`) that crossing vertices and origins must lie on.
     std::vector<PkMeshEdge> inputs;
