@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 namespace {
 

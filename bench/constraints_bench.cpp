@@ -21,8 +21,8 @@
 
 #include "PeakMemory.h"
 #include "RyTriangulation.h"
-#include "mesh/RyTriangulationAccess.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "api/RyTriangulationAccess.h"
+#include "state/RyTriangulationImpl.h"
 #include "support/TestSupport.h"
 
 namespace {

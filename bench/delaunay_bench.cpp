@@ -18,8 +18,9 @@
 
 #include "PeakMemory.h"
 #include "RyTriangulation.h"
-#include "mesh/RyTriangulationAccess.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "api/RyTriangulationAccess.h"
+#include "order/InsertionOrder.h"
+#include "state/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/TestSupport.h"
 

@@ -32,7 +32,7 @@
 #include <string>
 #include <vector>
 
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/TestSupport.h"
 

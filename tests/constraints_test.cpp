@@ -8,7 +8,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/TestSupport.h"
 

@@ -9,9 +9,9 @@
 #include <limits>
 #include <set>
 
-#include "mesh/HelperThread.h"
-#include "mesh/HugePages.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "accel/HelperThread.h"
+#include "accel/HugePages.h"
+#include "state/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/TestSupport.h"
 

@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "RyTriangulation.h"
-#include "mesh/RyTriangulationAccess.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "api/RyTriangulationAccess.h"
+#include "state/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/RingGenerator.h"
 

@@ -9,8 +9,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "mesh/HelperThread.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "accel/HelperThread.h"
+#include "state/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/TestSupport.h"
 

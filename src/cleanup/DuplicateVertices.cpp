@@ -17,7 +17,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 namespace {
 

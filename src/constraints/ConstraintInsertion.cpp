@@ -9,7 +9,7 @@
 #include <cmath>
 
 #include "mesh/LocalIndex.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Bookkeeping of the constraint edges in the mesh: the set, how often each was given again,
 // and which longer input pieces each was cut from; and the split of a constraint edge at the
 // point where a new constraint crosses it.
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 namespace {
 

@@ -28,7 +28,7 @@
 #include <cstdlib>
 
 #include "mesh/LocalIndex.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 namespace {
 

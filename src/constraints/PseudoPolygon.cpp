@@ -4,7 +4,7 @@
 // queues the two sub-chains on either side of C (the "pseudo-polygon" step of Anglada's and of
 // Shewchuk's constrained Delaunay insertion). An explicit stack replaces recursion.
 #include "mesh/LocalIndex.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 int RyTriangulationImpl::findDelaunayVertex(int lo, int hi, const std::vector<int>& chain) const {
     int m = lo + 1;

@@ -1,5 +1,5 @@
 // Output of every real triangle: the working list without the ghost triangles.
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 void RyTriangulationImpl::deleteGhostTriangle() {
     const std::size_t n = triangles.size();

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "PkMeshPoint3d.h"
-#include "mesh/Prefetch.h"
+#include "platform/Prefetch.h"
 
 /// What a descent reads (children, extent) comes first and together, the leaf's lists after it:
 /// a search through inner nodes touches 40 contiguous bytes per level.

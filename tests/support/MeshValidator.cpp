@@ -8,7 +8,7 @@
 #include <unordered_set>
 
 #include "mesh/LocalIndex.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 namespace rytest {
 

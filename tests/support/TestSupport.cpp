@@ -4,7 +4,7 @@
 #include <cstring>
 #include <sstream>
 
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 namespace rytest {
 

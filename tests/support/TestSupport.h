@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "RyTriangulation.h"
-#include "mesh/RyTriangulationAccess.h"
+#include "api/RyTriangulationAccess.h"
 
 namespace rytest {
 

@@ -1,4 +1,4 @@
-#include "mesh/HelperThread.h"
+#include "accel/HelperThread.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "mesh/HugePages.h"
+#include "accel/HugePages.h"
 
 #include <atomic>
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 RyTriangulation::RyTriangulation() : impl(new RyTriangulationImpl) {
     impl->options =

@@ -1,4 +1,4 @@
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 RyTriangulationImpl::RyTriangulationImpl() = default;
 

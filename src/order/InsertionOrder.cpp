@@ -1,13 +1,12 @@
 // Insertion order: a fixed SplitMix64 shuffle, then a multiscale Hilbert sort (the first eighth,
 // recursively refined the same way, is sorted separately and stays ahead of the rest), so that
 // each walk starts next to its target while the early vertices still spread over the domain.
+#include "order/InsertionOrder.h"
+
 #include <algorithm>
 #include <cstdint>
-#include <system_error>
 
-#include "mesh/HelperThread.h"
-#include "mesh/HugePages.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "mesh/MeshFields.h"
 
 namespace {
 
@@ -21,20 +20,6 @@ struct SplitMix64 {
         z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
         z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
         return z ^ (z >> 31);
-    }
-};
-
-/// Where a sort on a helper thread publishes how far from the front its order is final.
-struct SortProgress {
-    std::atomic<std::size_t>* ready;
-    const SortKey* base;
-    /// [.., end) is final. Small ranges are left to the enclosing one, which keeps the counter's
-    /// cache line from moving between the cores on every vertex.
-    void finished(const SortKey* begin, const SortKey* end) const {
-        constexpr std::ptrdiff_t kMinPublished = 32;
-        if (ready && end - begin >= kMinPublished) {
-            ready->store(std::size_t(end - base), std::memory_order_release);
-        }
     }
 };
 
@@ -179,6 +164,18 @@ void hilbertSortKeys(
     progress.finished(first, end);
 }
 
+std::vector<SortKey> makeKeysOf(std::vector<int>::const_iterator begin,
+                                std::vector<int>::const_iterator end,
+                                const std::vector<PkMeshPoint3d>& vertices) {
+    std::vector<SortKey> keys(std::size_t(end - begin));
+    makeKeys(begin, end, vertices, keys.data());
+    return keys;
+}
+
+constexpr SortProgress kUnpublished{nullptr, nullptr};
+
+}  // namespace
+
 void spatialSortKeys(SortKey* begin, SortKey* end, const SortProgress& progress) {
     SortKey* middle = begin;
     const std::ptrdiff_t m = end - begin;
@@ -189,7 +186,6 @@ void spatialSortKeys(SortKey* begin, SortKey* end, const SortProgress& progress)
     hilbertSortKeys(middle, end, 0, false, false, progress);
 }
 
-/// Fills keys[0, end - begin) with the vertices of [begin, end) and their coordinates.
 void makeKeys(std::vector<int>::const_iterator begin,
               std::vector<int>::const_iterator end,
               const std::vector<PkMeshPoint3d>& vertices,
@@ -202,18 +198,6 @@ void makeKeys(std::vector<int>::const_iterator begin,
         *keys++ = SortKey{{p[0], p[1]}, *it};
     }
 }
-
-std::vector<SortKey> makeKeys(std::vector<int>::const_iterator begin,
-                              std::vector<int>::const_iterator end,
-                              const std::vector<PkMeshPoint3d>& vertices) {
-    std::vector<SortKey> keys(std::size_t(end - begin));
-    makeKeys(begin, end, vertices, keys.data());
-    return keys;
-}
-
-constexpr SortProgress kUnpublished{nullptr, nullptr};
-
-}  // namespace
 
 void shuffleIndices(std::vector<int>& order) {
     SplitMix64 generator;
@@ -229,61 +213,13 @@ void hilbertSort(std::vector<int>::iterator begin,
                  int axis,
                  bool ux,
                  bool uy) {
-    std::vector<SortKey> keys = makeKeys(begin, end, vertices);
+    std::vector<SortKey> keys = makeKeysOf(begin, end, vertices);
     hilbertSortKeys(keys.data(), keys.data() + keys.size(), axis, ux, uy, kUnpublished);
     for (const SortKey& k : keys) *begin++ = int(k.index);
 }
 
 void spatialSort(std::vector<int>& order, const std::vector<PkMeshPoint3d>& vertices) {
-    std::vector<SortKey> keys = makeKeys(order.begin(), order.end(), vertices);
+    std::vector<SortKey> keys = makeKeysOf(order.begin(), order.end(), vertices);
     spatialSortKeys(keys.data(), keys.data() + keys.size(), kUnpublished);
     for (std::size_t i = 0; i < keys.size(); ++i) order[i] = int(keys[i].index);
-}
-
-// The helper reads only x and y of the records; the caller writes only their triangle indices,
-// distinct fields, so the two never race. Nothing here allocates, so the helper cannot throw.
-SortAhead::SortAhead(std::vector<int>&& order,
-                     const std::vector<PkMeshPoint3d>& vertices,
-                     SortKey* keys,
-                     bool helper,
-                     const void* spare,
-                     std::size_t spareBytes)
-    : order_(std::move(order)),
-      vertices_(vertices),
-      keys_(keys),
-      spare_(spare),
-      spareBytes_(spareBytes) {
-    if (helper) {
-        try {
-            thread_ = std::thread([this] {
-                run();
-                populatePages(spare_, spareBytes_);
-            });
-            return;
-        } catch (const std::system_error&) {
-            // No thread to be had: sort here.
-        }
-    }
-    run();
-}
-
-SortAhead::~SortAhead() {
-    if (thread_.joinable()) thread_.join();
-}
-
-void SortAhead::run() {
-    makeKeys(order_.begin(), order_.end(), vertices_, keys_);
-    const std::size_t n = order_.size();
-    std::vector<int>().swap(order_);  // the keys hold the order now
-    spatialSortKeys(keys_, keys_ + n, SortProgress{&ready_, keys_});
-    ready_.store(n, std::memory_order_release);
-}
-
-void SortAhead::waitSlow(std::size_t position) {
-    int spins = 0;
-    for (;;) {
-        seen_ = ready_.load(std::memory_order_acquire);
-        if (position < seen_) return;
-        waitStep(spins);
-    }
 }

@@ -1,10 +1,10 @@
-#include "spatial/NearestAhead.h"
+#include "accel/NearestAhead.h"
 
 #include <algorithm>
 #include <chrono>
 
-#include "mesh/HelperThread.h"
-#include "mesh/HugePages.h"
+#include "accel/HelperThread.h"
+#include "accel/HugePages.h"
 #include "mesh/MeshFields.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "RyTriangulation.h"
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 
 struct RyTriangulationAccess {
     static RyTriangulationImpl* impl(RyTriangulation& t) { return t.impl; }

@@ -3,14 +3,12 @@
 // with no such edge, or on entering a ghost triangle (the point is outside the hull). The random
 // start edge makes the walk terminate on any triangulation (Devillers, Pion, Teillaud: "Walking
 // in a triangulation"); the step bound makes a corrupt mesh fail instead of hang.
+#pragma once
+
 #include <cstdlib>
 
 #include "mesh/LocalIndex.h"
-#include "mesh/RyTriangulationImpl.h"
-
-int RyTriangulationImpl::locatePoint(int startVertex, const double* point, PointSide sides[3]) {
-    return locatePoint(RecordVertexView{vertices}, startVertex, point, sides);
-}
+#include "state/RyTriangulationImpl.h"
 
 template <class View>
 int RyTriangulationImpl::locatePoint(const View& view,
@@ -90,16 +88,3 @@ int RyTriangulationImpl::locatePoint(const View& view,
         if (crossed < 0) return t;
     }
 }
-
-template int RyTriangulationImpl::locatePoint(const RecordVertexView&,
-                                              int,
-                                              const double*,
-                                              PointSide[3]);
-template int RyTriangulationImpl::locatePoint(const CornerVertexView&,
-                                              int,
-                                              const double*,
-                                              PointSide[3]);
-template int RyTriangulationImpl::locatePoint(const RankedVertexView&,
-                                              int,
-                                              const double*,
-                                              PointSide[3]);

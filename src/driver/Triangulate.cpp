@@ -1,5 +1,6 @@
-// The triangulation call: input checks, the vertex list, the insertion order, the first triangle
-// closed by three ghost triangles, then one insertion per vertex.
+// The triangulation call: input checks, the vertex list, the insertion order, the first triangle,
+// then one insertion per vertex. The one place where the plain insertion path (delaunay/) and the
+// acceleration layer (accel/) meet.
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -8,13 +9,12 @@
 #include <system_error>
 #include <thread>
 
-#include "mesh/HelperThread.h"
-#include "mesh/HugePages.h"
-#include "mesh/InsertionScouts.h"
-#include "mesh/LocalIndex.h"
-#include "mesh/Prefetch.h"
-#include "mesh/RyTriangulationImpl.h"
-#include "spatial/NearestAhead.h"
+#include "accel/HelperThread.h"
+#include "accel/HugePages.h"
+#include "accel/SortAhead.h"
+#include "delaunay/VertexViews.h"
+#include "order/InsertionOrder.h"
+#include "state/RyTriangulationImpl.h"
 
 namespace {
 
@@ -231,7 +231,7 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
             sort.waitFor(std::size_t(i));
             settle(std::size_t(i));
             settled = i + 1;
-            status = insertVertexFromPrevious(view, i, i - 1);
+            status = insertVertex(view, i, i - 1);
         }
     } catch (...) {
         mapBack();  // an allocation failure leaves the mesh valid, in vertex indices
@@ -256,224 +256,4 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesShuffled() {
     if (locator.isEmpty()) locator.build(indices, records);
     if (useHelperThread(std::size_t(n))) return insertShuffledAhead(order);
     return insertShuffledFrom(order, 3);
-}
-
-PkTriangulationStatus RyTriangulationImpl::insertShuffledFrom(const std::vector<int>& order,
-                                                              int from) {
-    const int n = int(order.size());
-    constexpr int kPrefetchDistance = 8;  // as in the sorted mode
-    const bool reporting = progress != nullptr;
-    for (int i = from; i < n; ++i) {
-        if (reporting && i % kProgressStride == 0 && !reportProgress(kProgressVertices, i, n)) {
-            return StatusStopped;
-        }
-        if (i + kPrefetchDistance < n) {
-            __builtin_prefetch(&vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
-        }
-        const PkTriangulationStatus status = insertVertexByLocator(order[std::size_t(i)]);
-        if (status != StatusOk) return status;
-    }
-    return StatusOk;
-}
-
-// Each insertion below is insertVertexByLocator with the locator's answer taken from the helper,
-// whose tree receives the same vertices in the same sequence. The locator itself is not touched
-// until the end: it is then the helper's tree when every vertex went in, or gets the vertices
-// that did go in (an early stop is rare and costs their insertion into the tree). The insertions
-// keep the corner positions of every triangle beside the mesh (CornerVertexView).
-PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector<int>& order) {
-    const int n = int(order.size());
-    // Slots [used - 4, used) hold the first mesh; each insertion takes two more.
-    const std::size_t used = triangles.size();
-    const std::size_t slots = used + 2 * std::size_t(n - 3);
-    if (slots > triangles.capacity()) triangles.reserve(slots);
-    // Working storage only: without it the insertions run as they do on one thread.
-    std::unique_ptr<double[]> corners;
-    std::vector<int> triangleOf;
-    try {
-        corners.reset(new double[6 * slots]);
-        triangleOf.resize(std::size_t(n));
-    } catch (const std::bad_alloc&) {
-        return insertShuffledFrom(order, 3);
-    }
-    adviseHugePages(corners.get(), 6 * slots * sizeof(double));
-    for (int v = 0; v < n; ++v)
-        triangleOf[std::size_t(v)] = vertexTriangle(vertices[std::size_t(v)]);
-    // Whatever the outcome, the records get the triangle indices back before anything else
-    // reads them.
-    auto copyBack = [&] {
-        for (int v = 0; v < n; ++v) {
-            vertexTriangle(vertices[std::size_t(v)]) = triangleOf[std::size_t(v)];
-        }
-    };
-    const CornerVertexView view{{vertices}, corners.get(), triangleOf.data()};
-    for (std::size_t t = used - 4; t < used; ++t) {
-        const int* v = triVerts(triangles[t]);
-        view.setCorners(int(t),
-                        v[0] >= 0 ? view.xy(v[0]) : kNoPosition,
-                        v[1] >= 0 ? view.xy(v[1]) : kNoPosition,
-                        v[2] >= 0 ? view.xy(v[2]) : kNoPosition);
-    }
-
-    std::unique_ptr<NearestAhead> ahead;
-    try {
-        // The helper starts from a copy of the locator (three vertices), which stays as it is
-        // here until the end.
-        const SpareRoom room{triangles.data() + used,
-                             (triangles.capacity() - used) * sizeof(PkMeshTriangle),
-                             2 * sizeof(PkMeshTriangle)};
-        const SpareRoom cornerRoom{
-            corners.get() + 6 * used, (slots - used) * 6 * sizeof(double), 2 * 6 * sizeof(double)};
-        ahead = std::make_unique<NearestAhead>(
-            VertexKdTree(locator), order, 3, vertices, room, cornerRoom);
-    } catch (const std::system_error&) {
-        copyBack();
-        return insertShuffledFrom(order, 3);  // no thread to be had
-    }
-    // The locator as the plain run would leave it after positions [3, end) went in.
-    auto catchUpLocator = [&](int end) {
-        for (int k = 3; k < end; ++k) locator.insertVertex(order[std::size_t(k)], vertices);
-    };
-
-    constexpr int kPrefetchDistance = InsertionScouts::kLead;  // the scouts read the positions
-    // Each insertion appends two slots, in memory the helper populated: the kernel zeroed those
-    // lines on the other core, and a store to one would wait there in the store buffer (and hold
-    // up the next locked instruction, such as rand's) until the line came over. The insertions
-    // kAppendLead positions on are owned in time.
-    constexpr std::size_t kAppendLead = 16;
-    int i = 3;
-    PkTriangulationStatus status = StatusOk;
-    bool answered = true;
-    InsertionScouts scouts(*ahead, view, triangles, order);
-    const bool reporting = progress != nullptr;
-    try {
-        for (; i < n; ++i) {
-            if (reporting && i % kProgressStride == 0 && !reportProgress(kProgressVertices, i, n)) {
-                status = StatusStopped;
-                break;
-            }
-            if (i + kPrefetchDistance < n) {
-                __builtin_prefetch(
-                    &vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
-            }
-            scouts.advance(std::size_t(i));
-            const std::size_t slot = triangles.size() + 2 * kAppendLead;
-            if (slot + 1 < slots) {  // the last line read lies inside corners
-                // A slot is 28 bytes of record and 48 of corners: these cover every line.
-                prefetchLineForWrite(triangles.data() + slot);
-                prefetchLineForWrite(corners.get() + 6 * slot);
-                prefetchLineForWrite(corners.get() + 6 * slot + 8);
-            }
-            int start = 0;
-            if (!ahead->nearest(std::size_t(i), start)) {
-                answered = false;
-                break;
-            }
-            status = insertVertexNear(view, order[std::size_t(i)], start);
-            if (status != StatusOk) break;
-        }
-    } catch (...) {
-        copyBack();
-        ahead.reset();
-        catchUpLocator(i);
-        throw;
-    }
-    copyBack();
-    if (answered && status == StatusOk && ahead->finish(locator)) return StatusOk;
-    ahead.reset();
-    catchUpLocator(i);
-    if (!answered) return insertShuffledFrom(order, i);  // the helper gave up: go on alone
-    return status;
-}
-
-bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order) {
-    const int n = int(order.size());
-    int corners[3];
-    if (n == 3) {
-        const int a0 = order[0], b0 = order[1], c0 = order[2];
-        const bool ccw = classifyPointSide(vertexXY(vertices[std::size_t(c0)]),
-                                           vertexXY(vertices[std::size_t(a0)]),
-                                           vertexXY(vertices[std::size_t(b0)]),
-                                           band) == kLeft;
-        corners[0] = ccw ? a0 : b0;
-        corners[1] = ccw ? b0 : a0;
-        corners[2] = c0;
-    } else {
-        if (!drawFirstTriangle(corners)) return false;
-        for (int k = 0; k < 3; ++k) {
-            for (int p = 0; p < n; ++p) {
-                if (order[std::size_t(p)] == corners[k]) {
-                    std::swap(order[std::size_t(k)], order[std::size_t(p)]);
-                    break;
-                }
-            }
-        }
-    }
-    appendFirstMesh(corners[0], corners[1], corners[2]);
-    return true;
-}
-
-bool RyTriangulationImpl::drawFirstTriangle(int corners[3]) {
-    const int n = int(vertices.size());
-    // Rejected draws are not counted as attempts; the draw cap only guards against a vertex
-    // list where no three distinct usable vertices exist.
-    const long long drawCap = 64LL * (long long)maxIterations + 1024;
-    long long draws = 0;
-    int attempts = 0;
-    for (;;) {
-        if (++draws > drawCap) return false;
-        const int s0 = std::rand() % n;
-        const int s1 = std::rand() % n;
-        const int s2 = std::rand() % n;
-        if (s0 == s1 || s0 == s2 || s1 == s2) continue;
-        if (vertexType(vertices[std::size_t(s0)]) == PkMeshPoint3d::kExcluded ||
-            vertexType(vertices[std::size_t(s1)]) == PkMeshPoint3d::kExcluded ||
-            vertexType(vertices[std::size_t(s2)]) == PkMeshPoint3d::kExcluded) {
-            continue;
-        }
-        const PointSide side = classifyPointSide(vertexXY(vertices[std::size_t(s2)]),
-                                                 vertexXY(vertices[std::size_t(s0)]),
-                                                 vertexXY(vertices[std::size_t(s1)]),
-                                                 band);
-        ++attempts;
-        if (attempts > maxIterations) return false;
-        if (side == kLeft) {
-            corners[0] = s0;
-            corners[1] = s1;
-            corners[2] = s2;
-            return true;
-        }
-    }
-}
-
-// First mesh for the counter-clockwise triple a, b, c: the real triangle 0 and one ghost triangle
-// per edge, each holding that edge reversed and the ghost vertex G as vertex 2.
-//
-//                 c
-//        3       / \       2
-//     (a,c,G)   / 0 \   (c,b,G)
-//              a-----b
-//                 1
-//              (b,a,G)
-//
-void RyTriangulationImpl::appendFirstMesh(int a, int b, int c) {
-    const int base = int(triangles.size());
-    PkMeshTriangle t;
-    t.setVertexIndex(a, b, c);
-    t.setNeighborIndex(base + 1, base + 2, base + 3);
-    t.setFlagbAux(false);
-    appendTriangle(t);
-    t.setVertexIndex(b, a, GhostVertex);
-    t.setNeighborIndex(base + 0, base + 3, base + 2);
-    t.setFlagbAux(true);
-    appendTriangle(t);
-    t.setVertexIndex(c, b, GhostVertex);
-    t.setNeighborIndex(base + 0, base + 1, base + 3);
-    appendTriangle(t);
-    t.setVertexIndex(a, c, GhostVertex);
-    t.setNeighborIndex(base + 0, base + 2, base + 1);
-    appendTriangle(t);
-    vertexTriangle(vertices[std::size_t(a)]) = base + 0;
-    vertexTriangle(vertices[std::size_t(b)]) = base + 1;
-    vertexTriangle(vertices[std::size_t(c)]) = base + 2;
 }

@@ -14,10 +14,11 @@
 #include <cstddef>
 #include <vector>
 
+#include "accel/CornerVertexView.h"
+#include "accel/NearestAhead.h"
 #include "mesh/LocalIndex.h"
-#include "mesh/Prefetch.h"
-#include "mesh/RyTriangulationImpl.h"
-#include "spatial/NearestAhead.h"
+#include "platform/Prefetch.h"
+#include "state/RyTriangulationImpl.h"
 
 /// The mesh as a scout reads it: triangle slots [0, count) and their corner positions.
 struct ScoutMesh {

@@ -1,0 +1,6 @@
+// The insertion templates for the corner-keeping view.
+#include "accel/CornerVertexView.h"
+
+#include "delaunay/VertexInsertion.h"
+
+template PkTriangulationStatus RyTriangulationImpl::insertVertex(const CornerVertexView&, int, int);

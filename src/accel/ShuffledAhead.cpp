@@ -1,0 +1,122 @@
+// The shuffled insertions with a helper thread answering the nearest-vertex queries ahead, scouts
+// fetching each insertion's reads, and the triangles' corner positions kept beside the mesh.
+#include <memory>
+#include <new>
+#include <system_error>
+
+#include "accel/CornerVertexView.h"
+#include "accel/HugePages.h"
+#include "accel/InsertionScouts.h"
+#include "accel/NearestAhead.h"
+#include "platform/Prefetch.h"
+#include "state/RyTriangulationImpl.h"
+
+// Each insertion below is insertVertexByLocator with the locator's answer taken from the helper,
+// whose tree receives the same vertices in the same sequence. The locator itself is not touched
+// until the end: it is then the helper's tree when every vertex went in, or gets the vertices
+// that did go in (an early stop is rare and costs their insertion into the tree). The insertions
+// keep the corner positions of every triangle beside the mesh (CornerVertexView).
+PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector<int>& order) {
+    const int n = int(order.size());
+    // Slots [used - 4, used) hold the first mesh; each insertion takes two more.
+    const std::size_t used = triangles.size();
+    const std::size_t slots = used + 2 * std::size_t(n - 3);
+    if (slots > triangles.capacity()) triangles.reserve(slots);
+    // Working storage only: without it the insertions run as they do on one thread.
+    std::unique_ptr<double[]> corners;
+    std::vector<int> triangleOf;
+    try {
+        corners.reset(new double[6 * slots]);
+        triangleOf.resize(std::size_t(n));
+    } catch (const std::bad_alloc&) {
+        return insertShuffledFrom(order, 3);
+    }
+    adviseHugePages(corners.get(), 6 * slots * sizeof(double));
+    for (int v = 0; v < n; ++v)
+        triangleOf[std::size_t(v)] = vertexTriangle(vertices[std::size_t(v)]);
+    // Whatever the outcome, the records get the triangle indices back before anything else
+    // reads them.
+    auto copyBack = [&] {
+        for (int v = 0; v < n; ++v) {
+            vertexTriangle(vertices[std::size_t(v)]) = triangleOf[std::size_t(v)];
+        }
+    };
+    const CornerVertexView view{{vertices}, corners.get(), triangleOf.data()};
+    for (std::size_t t = used - 4; t < used; ++t) {
+        const int* v = triVerts(triangles[t]);
+        view.setCorners(int(t),
+                        v[0] >= 0 ? view.xy(v[0]) : kNoPosition,
+                        v[1] >= 0 ? view.xy(v[1]) : kNoPosition,
+                        v[2] >= 0 ? view.xy(v[2]) : kNoPosition);
+    }
+
+    std::unique_ptr<NearestAhead> ahead;
+    try {
+        // The helper starts from a copy of the locator (three vertices), which stays as it is
+        // here until the end.
+        const SpareRoom room{triangles.data() + used,
+                             (triangles.capacity() - used) * sizeof(PkMeshTriangle),
+                             2 * sizeof(PkMeshTriangle)};
+        const SpareRoom cornerRoom{
+            corners.get() + 6 * used, (slots - used) * 6 * sizeof(double), 2 * 6 * sizeof(double)};
+        ahead = std::make_unique<NearestAhead>(
+            VertexKdTree(locator), order, 3, vertices, room, cornerRoom);
+    } catch (const std::system_error&) {
+        copyBack();
+        return insertShuffledFrom(order, 3);  // no thread to be had
+    }
+    // The locator as the plain run would leave it after positions [3, end) went in.
+    auto catchUpLocator = [&](int end) {
+        for (int k = 3; k < end; ++k) locator.insertVertex(order[std::size_t(k)], vertices);
+    };
+
+    constexpr int kPrefetchDistance = InsertionScouts::kLead;  // the scouts read the positions
+    // Each insertion appends two slots, in memory the helper populated: the kernel zeroed those
+    // lines on the other core, and a store to one would wait there in the store buffer (and hold
+    // up the next locked instruction, such as rand's) until the line came over. The insertions
+    // kAppendLead positions on are owned in time.
+    constexpr std::size_t kAppendLead = 16;
+    int i = 3;
+    PkTriangulationStatus status = StatusOk;
+    bool answered = true;
+    InsertionScouts scouts(*ahead, view, triangles, order);
+    const bool reporting = progress != nullptr;
+    try {
+        for (; i < n; ++i) {
+            if (reporting && i % kProgressStride == 0 && !reportProgress(kProgressVertices, i, n)) {
+                status = StatusStopped;
+                break;
+            }
+            if (i + kPrefetchDistance < n) {
+                __builtin_prefetch(
+                    &vertices[std::size_t(order[std::size_t(i + kPrefetchDistance)])]);
+            }
+            scouts.advance(std::size_t(i));
+            const std::size_t slot = triangles.size() + 2 * kAppendLead;
+            if (slot + 1 < slots) {  // the last line read lies inside corners
+                // A slot is 28 bytes of record and 48 of corners: these cover every line.
+                prefetchLineForWrite(triangles.data() + slot);
+                prefetchLineForWrite(corners.get() + 6 * slot);
+                prefetchLineForWrite(corners.get() + 6 * slot + 8);
+            }
+            int start = 0;
+            if (!ahead->nearest(std::size_t(i), start)) {
+                answered = false;
+                break;
+            }
+            status = insertVertex(view, order[std::size_t(i)], start);
+            if (status != StatusOk) break;
+        }
+    } catch (...) {
+        copyBack();
+        ahead.reset();
+        catchUpLocator(i);
+        throw;
+    }
+    copyBack();
+    if (answered && status == StatusOk && ahead->finish(locator)) return StatusOk;
+    ahead.reset();
+    catchUpLocator(i);
+    if (!answered) return insertShuffledFrom(order, i);  // the helper gave up: go on alone
+    return status;
+}
