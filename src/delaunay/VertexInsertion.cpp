@@ -1,7 +1,6 @@
 // The insertion templates for the plain views, and the entry points that take no view.
 #include "delaunay/VertexInsertion.h"
 
-
 PkTriangulationStatus RyTriangulationImpl::insertVertexByLocator(int vertex) {
     if (vertex < 0 || vertex > int(vertices.size()) - 1) return StatusFailed;
     int start = 0;
