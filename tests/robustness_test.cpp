@@ -112,6 +112,8 @@ std::vector<Row> rows() {
     const Left throughEnd{7, -1, -1, PkMeshEdge(3, 4)};
     // Splitting 2-3 at the crossing needs more flips than 3: the vertex stays, 2-3 stays whole.
     const Left unsplit{6, -1, 1};
+    const Left stopped5{5, -1};
+    const Points turn = parse("6 5 13 12 12 13 1 5 3 2 4 14 0 8 4 0");
     return {
         {"too_few_points", uniformPoints(2, 1), {}, StatusTooFewPoints, refused},
         {"no_points_constrained", {}, edges("0 1"), StatusTooFewPoints, refused},
@@ -148,6 +150,18 @@ std::vector<Row> rows() {
          unsplit,
          3},
         {"band_fold_refused", fold, folding, StatusConstraintFailed, none, 1000000, 1e-6, false},
+        // Small meshes built within a limit of 5 whose next step meets it exactly: the walk to
+        // the last point, and the turn around vertex 0 towards 4.
+        {"walk_limit_exact",
+         parse("27 46 30 21 11 59 48 9 61 17"),
+         {},
+         StatusLocateFailed,
+         stopped5,
+         5,
+         0.0,
+         true,
+         1},
+        {"turn_limit", turn, edges("0 4"), StatusConstraintFailed, none, 5, 0.0, true, 2},
     };
 }
 
