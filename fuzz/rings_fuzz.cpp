@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "mesh/RyTriangulationImpl.h"
+#include "state/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
 #include "support/RingGenerator.h"
 #include "support/TestSupport.h"
