@@ -62,13 +62,8 @@ int RyTriangulationImpl::locatePoint(const View& view,
             const PkMeshTriangle& nextTri = triangles[std::size_t(t)];
             // The walk leaves through one of these unless it ends here: start all three loads
             // while the sides of this triangle are being decided.
-            if constexpr (!View::scoutedAhead) {
-                for (int j = 0; j < 3; ++j) {
-                    const int w = triNbrs(nextTri)[j];
-                    if (unsigned(w) < unsigned(triangleCount)) {
-                        __builtin_prefetch(&triangles[std::size_t(w)]);
-                    }
-                }
+            for (int j = 0; j < 3; ++j) {
+                view.fetchTriangle(triangles.data(), triangleCount, triNbrs(nextTri)[j]);
             }
             if (isGhost(nextTri)) {
                 const int* g = triVerts(nextTri);

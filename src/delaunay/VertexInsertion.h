@@ -4,6 +4,8 @@
 // flips, which keeps the hull convex when a vertex is added outside it.
 #pragma once
 
+#include <utility>
+
 #include "delaunay/PointLocation.h"
 #include "delaunay/VertexViews.h"
 #include "mesh/LocalIndex.h"
@@ -25,6 +27,140 @@ PkTriangulationStatus RyTriangulationImpl::insertVertex(const View& view, int ve
     return legalizeAroundVertex(view, vertex, list);
 }
 
+/// What every case of a split reads: t as it was, the two slots it takes, the new vertex p, and
+/// (for views that keep them) t's corner positions, copied before t's entry is rewritten.
+template <class View>
+struct SplitSite {
+    int t, a, b, p;
+    PkMeshTriangle old;
+    decltype(std::declval<View>().copyXY(0, 0, 0)) P[3];
+    const double* pp;
+};
+
+/*
+             c2
+           / | \
+       b  /  p  \  a        t keeps edge c0-c1, a takes c1-c2, b takes c2-c0
+         /  / \  \
+       c0 ------- c1
+             t
+*/
+template <class View>
+RY_INLINE void splitInTriangle(RyTriangulationImpl& m,
+                               const View& view,
+                               const SplitSite<View>& s,
+                               CheckList& list) {
+    const int t = s.t, a = s.a, b = s.b, p = s.p;
+    const int* c = triVerts(s.old);
+    const int* N = triNbrs(s.old);
+    const auto& P = s.P;
+    setTriangle(m.triangles[std::size_t(t)], c[0], c[1], p, N[0], a, b);
+    setTriangle(m.triangles[std::size_t(a)], c[1], c[2], p, N[1], b, t);
+    setTriangle(m.triangles[std::size_t(b)], c[2], c[0], p, N[2], t, a);
+    view.setCorners(t, P[0], P[1], s.pp);
+    view.setCorners(a, P[1], P[2], s.pp);
+    view.setCorners(b, P[2], P[0], s.pp);
+    view.triangle(p) = a;
+    view.triangle(c[0]) = t;
+    view.triangle(c[1]) = t;
+    view.triangle(c[2]) = b;
+    m.replaceNeighbor(N[1], t, a);
+    m.replaceNeighbor(N[2], t, b);
+    list.push(t);
+    list.push(a);
+    list.push(b);
+}
+
+// p splits edge e0-e1 (edge k) of t (whose third vertex is o) and of u across it (third vertex
+// w, the ghost vertex when the edge is on the hull).
+//
+//              o
+//           b / | \ t
+//           e1--p--e0
+//           a \ | / u
+//              w
+template <class View>
+RY_INLINE PkTriangulationStatus splitOnEdge(
+    RyTriangulationImpl& m, const View& view, const SplitSite<View>& s, int k, CheckList& list) {
+    const int t = s.t, a = s.a, b = s.b, p = s.p;
+    const int* c = triVerts(s.old);
+    const int* N = triNbrs(s.old);
+    const int e0 = c[k], e1 = c[nextLocalIndex(k)], o = c[prevLocalIndex(k)];
+    const int u = N[k];
+    if (u < 0 || u >= int(m.triangles.size())) return StatusFailed;
+    const PkMeshTriangle oldU = m.triangles[std::size_t(u)];
+    const int* uc = triVerts(oldU);
+    const int* uN = triNbrs(oldU);
+    int j = 0;
+    while (j < 3 && uc[j] != e0) ++j;
+    if (j == 3) return StatusFailed;
+    const int w = uc[nextLocalIndex(j)];
+    const int uN0w = uN[j];
+    const int uNw1 = uN[nextLocalIndex(j)];
+
+    const auto pw = view.copyXY(u, nextLocalIndex(j), w);
+    const auto& P = s.P;
+    const double *pe0 = P[k], *pe1 = P[nextLocalIndex(k)], *po = P[prevLocalIndex(k)];
+    view.setCorners(t, s.pp, po, pe0);
+    view.setCorners(u, s.pp, pe0, pw);
+    view.setCorners(a, pe1, s.pp, pw);
+    view.setCorners(b, s.pp, pe1, po);
+    setTriangle(m.triangles[std::size_t(t)], p, o, e0, b, N[prevLocalIndex(k)], u);
+    setTriangle(m.triangles[std::size_t(u)], p, e0, w, t, uN0w, a);
+    setTriangle(m.triangles[std::size_t(a)], e1, p, w, b, u, uNw1);
+    setTriangle(m.triangles[std::size_t(b)], p, e1, o, a, N[nextLocalIndex(k)], t);
+    view.triangle(p) = t;
+    // Each old corner keeps a triangle it still belongs to: e0 and o are in t, e1 in b.
+    view.triangle(c[0]) = k == 2 ? b : t;
+    view.triangle(c[1]) = k == 0 ? b : t;
+    view.triangle(c[2]) = k == 2 ? t : b;
+    if (w != GhostVertex) view.triangle(w) = u;
+    m.replaceNeighbor(N[nextLocalIndex(k)], t, b);
+    m.replaceNeighbor(uNw1, u, a);
+    list.push(t);
+    list.push(u);
+    list.push(a);
+    list.push(b);
+    return StatusOk;
+}
+
+// Rotate t to (r0, r1, G); the real triangle M0 lies across the hull edge r0-r1 and p beyond it.
+// t becomes the real triangle (r0, r1, p) with new ghosts a and b beside it.
+//
+//          G     p     G
+//            b / | \ a
+//             r0-t-r1
+//               M0
+template <class View>
+RY_INLINE PkTriangulationStatus
+splitGhost(RyTriangulationImpl& m, const View& view, const SplitSite<View>& s, CheckList& list) {
+    const int t = s.t, a = s.a, b = s.b, p = s.p;
+    const int* c = triVerts(s.old);
+    const int* N = triNbrs(s.old);
+    const int r = c[0] == GhostVertex ? 0 : (c[1] == GhostVertex ? 1 : 2);
+    const int i0 = nextLocalIndex(r), i1 = nextLocalIndex(i0);
+    const int r0 = c[i0], r1 = c[i1];
+    const int M0 = N[i0], M1 = N[i1], M2 = N[r];
+    if (r0 < 0 || r1 < 0) return StatusFailed;
+
+    setTriangle(m.triangles[std::size_t(t)], r0, r1, p, M0, a, b);
+    setTriangle(m.triangles[std::size_t(a)], p, r1, GhostVertex, t, M1, b);
+    setTriangle(m.triangles[std::size_t(b)], r0, p, GhostVertex, t, a, M2);
+    const auto& P = s.P;
+    view.setCorners(t, P[i0], P[i1], s.pp);
+    view.setCorners(a, s.pp, P[i1], kNoPosition);
+    view.setCorners(b, P[i0], s.pp, kNoPosition);
+    view.triangle(p) = t;
+    view.triangle(r0) = t;
+    view.triangle(r1) = t;
+    m.replaceNeighbor(M1, t, a);
+    m.replaceNeighbor(M2, t, b);
+    list.push(t);
+    list.push(a);
+    list.push(b);
+    return StatusOk;
+}
+
 template <class View>
 PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
     const View& view, CheckList& list, int t, int p, PointLocation location) {
@@ -32,140 +168,25 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
     const int b = allocateTriangle();
     const PkMeshTriangle old = triangles[std::size_t(t)];
     const int* c = triVerts(old);
-    const int* N = triNbrs(old);
     // Splitting inside or on an edge needs a real triangle; callers locate one, but a bad
     // caller must not make the writes below index the vertex list with the ghost vertex.
     if (location != kInGhostTriangle && (c[0] < 0 || c[1] < 0 || c[2] < 0)) return StatusFailed;
-    // t's corner positions (kept by some views), copied before t's entry is rewritten.
-    double P[3][2];
-    const double* pp = nullptr;
-    if constexpr (View::keepsCorners) {
-        for (int k = 0; k < 3; ++k) {
-            const double* q = view.cornerXY(t, k, c[k]);
-            P[k][0] = q[0], P[k][1] = q[1];
-        }
-        pp = view.xy(p);
-    }
-
+    const SplitSite<View> site{
+        t,
+        a,
+        b,
+        p,
+        old,
+        {view.copyXY(t, 0, c[0]), view.copyXY(t, 1, c[1]), view.copyXY(t, 2, c[2])},
+        view.xy(p)};
     if (location == kInTriangle) {
-        /*
-                     c2
-                   / | \
-               b  /  p  \  a        t keeps edge c0-c1, a takes c1-c2, b takes c2-c0
-                 /  / \  \
-               c0 ------- c1
-                     t
-        */
-        setTriangle(triangles[std::size_t(t)], c[0], c[1], p, N[0], a, b);
-        setTriangle(triangles[std::size_t(a)], c[1], c[2], p, N[1], b, t);
-        setTriangle(triangles[std::size_t(b)], c[2], c[0], p, N[2], t, a);
-        if constexpr (View::keepsCorners) {
-            view.setCorners(t, P[0], P[1], pp);
-            view.setCorners(a, P[1], P[2], pp);
-            view.setCorners(b, P[2], P[0], pp);
-        }
-        view.triangle(p) = a;
-        view.triangle(c[0]) = t;
-        view.triangle(c[1]) = t;
-        view.triangle(c[2]) = b;
-        replaceNeighbor(N[1], t, a);
-        replaceNeighbor(N[2], t, b);
-        list.push(t);
-        list.push(a);
-        list.push(b);
+        splitInTriangle(*this, view, site, list);
         return StatusOk;
     }
-
     if (location == kOnEdge0 || location == kOnEdge1 || location == kOnEdge2) {
-        // p splits edge e0-e1 of t (whose third vertex is o) and of u across it (third vertex w,
-        // the ghost vertex when the edge is on the hull).
-        //
-        //              o
-        //           b / | \ t
-        //           e1--p--e0
-        //           a \ | / u
-        //              w
-        const int k = location - kOnEdge0;
-        const int e0 = c[k], e1 = c[nextLocalIndex(k)], o = c[prevLocalIndex(k)];
-        const int u = N[k];
-        if (u < 0 || u >= int(triangles.size())) return StatusFailed;
-        const PkMeshTriangle oldU = triangles[std::size_t(u)];
-        const int* uc = triVerts(oldU);
-        const int* uN = triNbrs(oldU);
-        int j = 0;
-        while (j < 3 && uc[j] != e0) ++j;
-        if (j == 3) return StatusFailed;
-        const int w = uc[nextLocalIndex(j)];
-        const int uN0w = uN[j];
-        const int uNw1 = uN[nextLocalIndex(j)];
-
-        if constexpr (View::keepsCorners) {
-            const double* q = w >= 0 ? view.cornerXY(u, nextLocalIndex(j), w) : kNoPosition;
-            const double pw[2] = {q[0], q[1]};
-            const double* pe0 = P[k];
-            const double* pe1 = P[nextLocalIndex(k)];
-            const double* po = P[prevLocalIndex(k)];
-            view.setCorners(t, pp, po, pe0);
-            view.setCorners(u, pp, pe0, pw);
-            view.setCorners(a, pe1, pp, pw);
-            view.setCorners(b, pp, pe1, po);
-        }
-        setTriangle(triangles[std::size_t(t)], p, o, e0, b, N[prevLocalIndex(k)], u);
-        setTriangle(triangles[std::size_t(u)], p, e0, w, t, uN0w, a);
-        setTriangle(triangles[std::size_t(a)], e1, p, w, b, u, uNw1);
-        setTriangle(triangles[std::size_t(b)], p, e1, o, a, N[nextLocalIndex(k)], t);
-        view.triangle(p) = t;
-        // Each old corner keeps a triangle it still belongs to: e0 and o are in t, e1 in b.
-        view.triangle(c[0]) = k == 2 ? b : t;
-        view.triangle(c[1]) = k == 0 ? b : t;
-        view.triangle(c[2]) = k == 2 ? t : b;
-        if (w != GhostVertex) view.triangle(w) = u;
-        replaceNeighbor(N[nextLocalIndex(k)], t, b);
-        replaceNeighbor(uNw1, u, a);
-        list.push(t);
-        list.push(u);
-        list.push(a);
-        list.push(b);
-        return StatusOk;
+        return splitOnEdge(*this, view, site, location - kOnEdge0, list);
     }
-
-    if (location == kInGhostTriangle) {
-        // Rotate t to (r0, r1, G); the real triangle M0 lies across the hull edge r0-r1 and p
-        // beyond it. t becomes the real triangle (r0, r1, p) with new ghosts a and b beside it.
-        //
-        //          G     p     G
-        //            b / | \ a
-        //             r0-t-r1
-        //               M0
-        int r = 2;
-        if (c[0] == GhostVertex) {
-            r = 0;
-        } else if (c[1] == GhostVertex) {
-            r = 1;
-        }
-        const int s = nextLocalIndex(r);
-        const int r0 = c[s], r1 = c[nextLocalIndex(s)];
-        const int M0 = N[s], M1 = N[nextLocalIndex(s)], M2 = N[prevLocalIndex(s)];
-        if (r0 < 0 || r1 < 0) return StatusFailed;
-
-        setTriangle(triangles[std::size_t(t)], r0, r1, p, M0, a, b);
-        setTriangle(triangles[std::size_t(a)], p, r1, GhostVertex, t, M1, b);
-        setTriangle(triangles[std::size_t(b)], r0, p, GhostVertex, t, a, M2);
-        if constexpr (View::keepsCorners) {
-            view.setCorners(t, P[s], P[nextLocalIndex(s)], pp);
-            view.setCorners(a, pp, P[nextLocalIndex(s)], kNoPosition);
-            view.setCorners(b, P[s], pp, kNoPosition);
-        }
-        view.triangle(p) = t;
-        view.triangle(r0) = t;
-        view.triangle(r1) = t;
-        replaceNeighbor(M1, t, a);
-        replaceNeighbor(M2, t, b);
-        list.push(t);
-        list.push(a);
-        list.push(b);
-        return StatusOk;
-    }
+    if (location == kInGhostTriangle) return splitGhost(*this, view, site, list);
     return StatusOk;
 }
 
@@ -186,6 +207,83 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
              \ | /                     \   /
                A                         A
 */
+/// t = (p, A, C) and u = (C, A, D) across the edge A-C, with the links around them; A or C may
+/// be the ghost vertex, D only when u is a ghost triangle whose flip is refused.
+struct FlipQuad {
+    int t, u, p, A, C, D;
+    int i, iD;  ///< p's position in t, D's in u
+    int nPA, nCP, nAD, nDC;
+};
+
+/// Whether the edge A-C of the quad is to become p-D.
+template <class View>
+RY_INLINE bool shouldFlip(const RyTriangulationImpl& m,
+                          const View& view,
+                          const FlipQuad& q,
+                          bool tGhost,
+                          bool uGhost,
+                          double tol,
+                          bool anyConstraint) {
+    auto xp = [&] { return view.xy(q.p); };
+    auto xa = [&] { return view.cornerXY(q.t, nextLocalIndex(q.i), q.A); };
+    auto xc = [&] { return view.cornerXY(q.t, prevLocalIndex(q.i), q.C); };
+    auto xd = [&] { return view.cornerXY(q.u, q.iD, q.D); };
+    if (tGhost && uGhost) {
+        // Both outside the old hull: flip when the hull would be concave at the shared real
+        // vertex, i.e. D lies strictly on the outer side of the line through p.
+        if (q.A == GhostVertex) return classifyPointSide(xd(), xc(), xp(), tol) == kLeft;
+        return classifyPointSide(xa(), xd(), xp(), tol) == kLeft;
+    }
+    if (tGhost || uGhost) return false;
+    const bool constrained = anyConstraint && m.constraintEdges.count(PkMeshEdge(q.A, q.C)) != 0;
+    if (constrained || classifyInCircle(xp(), xa(), xd(), xc(), tol) != kInsideCircle) {
+        return false;
+    }
+    // The band can put a vertex on an edge that it only lies near (beyond its end), which folds
+    // the triangles there. A flip that would leave A or C with two triangles (its third one
+    // borders both flipped triangles) wraps triangles around that vertex and breaks the links;
+    // an exact Lawson flip never meets one, as its quadrilateral is convex.
+    return !(q.nPA == q.nAD || q.nDC == q.nCP || q.D == q.p);
+}
+
+/// Edge A-C becomes p-D: t = (p, A, D) and u = (D, C, p), each turned so that a ghost corner
+/// (A or C) stays at position 2, where ghost triangles keep it; the only place that case split
+/// is written, for the links and the corner positions alike. D is real here: flips happen
+/// between two real or two ghost triangles.
+template <class View>
+RY_INLINE void flipEdge(PkMeshTriangle* tris,
+                        int triangleCount,
+                        const View& view,
+                        const FlipQuad& q) {
+    // Positions first: A's and C's are in t's entry, D's in u's, and both are rewritten below.
+    const auto pa = view.copyXY(q.t, nextLocalIndex(q.i), q.A);
+    const auto pc = view.copyXY(q.t, prevLocalIndex(q.i), q.C);
+    const auto pd = view.copyXY(q.u, q.iD, q.D);
+    const double* pp = view.xy(q.p);
+    PkMeshTriangle& T = tris[q.t];
+    PkMeshTriangle& U = tris[q.u];
+    if (q.A == GhostVertex) {
+        setTriangle(T, q.D, q.p, GhostVertex, q.u, q.nPA, q.nAD);
+        view.setCorners(q.t, pd, pp, kNoPosition);
+    } else {
+        setTriangle(T, q.p, q.A, q.D, q.nPA, q.nAD, q.u);
+        view.setCorners(q.t, pp, pa, pd);
+    }
+    if (q.C == GhostVertex) {
+        setTriangle(U, q.p, q.D, GhostVertex, q.t, q.nDC, q.nCP);
+        view.setCorners(q.u, pp, pd, kNoPosition);
+    } else {
+        setTriangle(U, q.D, q.C, q.p, q.nDC, q.nCP, q.t);
+        view.setCorners(q.u, pd, pc, pp);
+    }
+    replaceNeighborIn(tris, triangleCount, q.nAD, q.u, q.t);
+    replaceNeighborIn(tris, triangleCount, q.nCP, q.t, q.u);
+    if (q.p >= 0) view.triangle(q.p) = q.t;
+    if (q.A >= 0) view.triangle(q.A) = q.t;
+    if (q.D >= 0) view.triangle(q.D) = q.t;
+    if (q.C >= 0) view.triangle(q.C) = q.u;
+}
+
 template <class View>
 PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view,
                                                                 int p,
@@ -207,112 +305,47 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
 
     int count = 0;
     while (top > 0) {
-        const int t = stack[--top];
-        PkMeshTriangle& T = tris[t];
+        FlipQuad q;
+        q.t = stack[--top];
+        q.p = p;
+        const PkMeshTriangle& T = tris[q.t];
         const int* tv = triVerts(T);
         const int* tn = triNbrs(T);
-        const int i = tv[0] == p ? 0 : (tv[1] == p ? 1 : 2);
-        const int A = tv[nextLocalIndex(i)];
-        const int C = tv[prevLocalIndex(i)];
-        const int nPA = tn[i];
-        const int u = tn[nextLocalIndex(i)];
-        const int nCP = tn[prevLocalIndex(i)];
-        if (u < 0) continue;
-        if (u >= triangleCount) return StatusFailed;
-
-        PkMeshTriangle& U = tris[u];
+        q.i = tv[0] == p ? 0 : (tv[1] == p ? 1 : 2);
+        q.A = tv[nextLocalIndex(q.i)];
+        q.C = tv[prevLocalIndex(q.i)];
+        q.nPA = tn[q.i];
+        q.u = tn[nextLocalIndex(q.i)];
+        q.nCP = tn[prevLocalIndex(q.i)];
+        if (q.u < 0) continue;
+        if (q.u >= triangleCount) return StatusFailed;
+        const PkMeshTriangle& U = tris[q.u];
         const int* uv = triVerts(U);
         const int* un = triNbrs(U);
-        int D, nAD, nDC, iD;
-        if (un[0] == t) {
-            D = uv[2], nAD = un[1], nDC = un[2], iD = 2;
-        } else if (un[1] == t) {
-            D = uv[0], nAD = un[2], nDC = un[0], iD = 0;
+        if (un[0] == q.t) {
+            q.D = uv[2], q.nAD = un[1], q.nDC = un[2], q.iD = 2;
+        } else if (un[1] == q.t) {
+            q.D = uv[0], q.nAD = un[2], q.nDC = un[0], q.iD = 0;
         } else {
-            D = uv[1], nAD = un[0], nDC = un[1], iD = 1;
+            q.D = uv[1], q.nAD = un[0], q.nDC = un[1], q.iD = 1;
         }
-        if (p == -1 || A == -1 || D == -1 || C == -1) return StatusFailed;
+        if (p == -1 || q.A == -1 || q.D == -1 || q.C == -1) return StatusFailed;
         // If the edge flips, both triangles beyond u are read next: start their loads now,
         // beside the load of D's coordinates.
-        if constexpr (!View::scoutedAhead) {
-            if (unsigned(nAD) < unsigned(triangleCount)) __builtin_prefetch(&tris[nAD]);
-            if (unsigned(nDC) < unsigned(triangleCount)) __builtin_prefetch(&tris[nDC]);
-        }
-        // Positions of the real ones among p, A, D and C (p always is).
-        auto xp = [&] { return view.xy(p); };
-        auto xa = [&] { return view.cornerXY(t, nextLocalIndex(i), A); };
-        auto xc = [&] { return view.cornerXY(t, prevLocalIndex(i), C); };
-        auto xd = [&] { return view.cornerXY(u, iD, D); };
-
-        const bool tGhost = isGhost(T);
-        const bool uGhost = isGhost(U);
-        bool flip = false;
-        if (tGhost && uGhost) {
-            // Both outside the old hull: flip when the hull would be concave at the shared real
-            // vertex, i.e. D lies strictly on the outer side of the line through p.
-            if (A == GhostVertex) {
-                flip = classifyPointSide(xd(), xc(), xp(), tol) == kLeft;
-            } else {
-                flip = classifyPointSide(xa(), xd(), xp(), tol) == kLeft;
-            }
-            if (!flip) continue;
-        } else if (!tGhost && !uGhost) {
-            const bool constrained = anyConstraint && constraintEdges.count(PkMeshEdge(A, C)) != 0;
-            flip = !constrained && classifyInCircle(xp(), xa(), xd(), xc(), tol) == kInsideCircle;
-            // The band can put a vertex on an edge that it only lies near (beyond its end),
-            // which folds the triangles there. A flip that would leave A or C with two
-            // triangles (its third one borders both flipped triangles) wraps triangles around
-            // that vertex and breaks the links; an exact Lawson flip never meets one, as its
-            // quadrilateral is convex.
-            if (flip && (nPA == nAD || nDC == nCP || D == p)) flip = false;
-        }
-        if (flip) {
+        view.fetchTriangle(tris, triangleCount, q.nAD);
+        view.fetchTriangle(tris, triangleCount, q.nDC);
+        const bool tGhost = isGhost(T), uGhost = isGhost(U);
+        if (shouldFlip(*this, view, q, tGhost, uGhost, tol, anyConstraint)) {
             if (top + 2 > capacity) {
                 flipStack.resize(2 * capacity);  // may throw: nothing is flipped yet
                 stack = flipStack.data();
                 capacity = flipStack.size();
             }
-            // Edge A-C becomes p-D: t = (p, A, C) and u = (C, A, D) become t = (p, A, D) and
-            // u = (D, C, p). D is never the ghost vertex: flips happen between two real or two
-            // ghost triangles, and a new ghost triangle keeps the ghost vertex at position 2.
-            if constexpr (View::keepsCorners) {
-                // The positions are copied out first: A's and C's are in t's entry, D's in u's,
-                // and both are rewritten below. D is real here; A or C may be the ghost vertex.
-                const double* qa = A >= 0 ? xa() : kNoPosition;
-                const double* qc = C >= 0 ? xc() : kNoPosition;
-                const double* qd = xd();
-                const double* qp = xp();
-                const double pa[2] = {qa[0], qa[1]}, pc[2] = {qc[0], qc[1]};
-                const double pd[2] = {qd[0], qd[1]};
-                if (A == GhostVertex) {
-                    view.setCorners(t, pd, qp, kNoPosition);
-                    view.setCorners(u, pd, pc, qp);
-                } else if (C == GhostVertex) {
-                    view.setCorners(t, qp, pa, pd);
-                    view.setCorners(u, qp, pd, kNoPosition);
-                } else {
-                    view.setCorners(t, qp, pa, pd);
-                    view.setCorners(u, pd, pc, qp);
-                }
-            }
-            if (A == GhostVertex) {
-                setTriangle(T, D, p, GhostVertex, u, nPA, nAD);
-                setTriangle(U, D, C, p, nDC, nCP, t);
-            } else if (C == GhostVertex) {
-                setTriangle(T, p, A, D, nPA, nAD, u);
-                setTriangle(U, p, D, GhostVertex, t, nDC, nCP);
-            } else {
-                setTriangle(T, p, A, D, nPA, nAD, u);
-                setTriangle(U, D, C, p, nDC, nCP, t);
-            }
-            replaceNeighborIn(tris, triangleCount, nAD, u, t);
-            replaceNeighborIn(tris, triangleCount, nCP, t, u);
-            if (p >= 0) view.triangle(p) = t;
-            if (A >= 0) view.triangle(A) = t;
-            if (D >= 0) view.triangle(D) = t;
-            if (C >= 0) view.triangle(C) = u;
-            stack[top++] = t;
-            stack[top++] = u;
+            flipEdge(tris, triangleCount, view, q);
+            stack[top++] = q.t;
+            stack[top++] = q.u;
+        } else if (tGhost && uGhost) {
+            continue;  // an unflipped pair of ghosts is not counted
         }
         if (++count > limit) return StatusIterationLimit;
     }

@@ -8,6 +8,14 @@
 #include "PkMeshPoint3d.h"
 #include "PkMeshTriangle.h"
 
+/// For the small steps that the insertion's hot loops are written as: inlined even where the
+/// compiler's estimate would not, so that splitting a loop into named steps costs nothing.
+#if defined(__GNUC__)
+#define RY_INLINE __attribute__((always_inline)) inline
+#else
+#define RY_INLINE inline
+#endif
+
 struct PkMeshFields {
     static int* vertices(PkMeshTriangle& t) { return t.vertex; }
     static const int* vertices(const PkMeshTriangle& t) { return t.vertex; }
