@@ -118,51 +118,68 @@ bool RyTriangulationImpl::isMeshEdge(int a, int b) const {
     }
 }
 
-PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
-    const PkMeshEdge& piece, const PkMeshEdge& origin, std::vector<PkMeshEdge>& pendingEdges) {
-    const int a = piece.EdgeIndex1();
-    const int b = piece.EdgeIndex2();
-    const int vertexCount = int(vertices.size());
-    if (a == b || a < 0 || b < 0 || a >= vertexCount || b >= vertexCount) return StatusOk;
-    const int triangleCount = int(triangles.size());
-    const int t0 = vertexTriangle(vertices[std::size_t(a)]);
-    if (t0 < 0 || t0 >= triangleCount) return StatusConstraintFailed;
+namespace {
 
-    if (isMeshEdge(a, b)) {
-        recordConstraint(piece, origin);
-        return StatusOk;
+/// Side of vertex v against the segment pa->pb, in the band. The ends are copies: splitting a
+/// crossed constraint appends a vertex, which may move the vertex list.
+struct SegmentSide {
+    const RyTriangulationImpl& m;
+    PkGePoint3d pa, pb;
+    PointSide operator()(int v) const {
+        return classifyPointSide(vertexXY(m.vertices[std::size_t(v)]), &pa.x, &pb.x, m.band);
     }
+    bool within(int v) const {
+        return inSegmentBox(vertexXY(m.vertices[std::size_t(v)]), &pa.x, &pb.x);
+    }
+};
 
-    // Copies: splitting a crossed constraint appends a vertex, which may move the vertex list.
-    const PkGePoint3d pa = PkMeshFields::point(vertices[std::size_t(a)]);
-    const PkGePoint3d pb = PkMeshFields::point(vertices[std::size_t(b)]);
-    const double* A = &pa.x;
-    const double* B = &pb.x;
-    auto side = [&](int v) {
-        return classifyPointSide(vertexXY(vertices[std::size_t(v)]), A, B, band);
-    };
+/// The region a piece a-e crosses: the vertex chains on its left and right (from a), the crossed
+/// triangles, and the triangle across each boundary edge (-1 for one met twice: it is inside).
+struct Cavity {
+    std::vector<int> left, right, crossed;
+    EdgeMap<int> boundary;
+    int end = -1;   ///< e: the first vertex on the segment after a (b at the latest)
+    int last = -1;  ///< the crossed triangle that holds e
 
-    // Turn around a until a triangle (a, d, c) has c on the left and d on the right of a->b:
-    // the segment leaves a through it. A vertex on the segment next to a cuts the segment there.
+    /// A crossed triangle n entered across (p, q): one more boundary edge on either chain.
+    void offer(const RyTriangulationImpl& m, int p, int q, int n) {
+        const int across = getNeighborAcrossEdge(m.triangles[std::size_t(n)], p, q);
+        const auto inserted = boundary.emplace(PkMeshEdge(p, q), across);
+        if (!inserted.second) inserted.first->second = -1;
+    }
+};
+
+/// Turns around a until a triangle (a, d, c) has c on the left and d on the right of a->b: the
+/// segment leaves a through it, and the cavity starts there. A vertex on the segment next to a
+/// cuts the segment there instead: the piece is then settled and the cavity stays empty.
+PkTriangulationStatus findExit(RyTriangulationImpl& m,
+                               int a,
+                               int b,
+                               const SegmentSide& side,
+                               const PkMeshEdge& origin,
+                               std::vector<PkMeshEdge>& pendingEdges,
+                               Cavity& cavity) {
+    const int triangleCount = int(m.triangles.size());
+    const int t0 = vertexTriangle(m.vertices[std::size_t(a)]);
     int t = t0;
     int c = -1, d = -1;
     for (int count = 0;;) {
-        const PkMeshTriangle& T = triangles[std::size_t(t)];
+        const PkMeshTriangle& T = m.triangles[std::size_t(t)];
         const int* v = triVerts(T);
         const int i = localIndexOf(v, a);
         d = v[nextLocalIndex(i)];
         c = v[prevLocalIndex(i)];
         if (!isGhost(T)) {
             const PointSide sc = side(c);
-            if (sc == kOnLine && inSegmentBox(vertexXY(vertices[std::size_t(c)]), A, B)) {
-                recordConstraint(PkMeshEdge(a, c), origin);
+            if (sc == kOnLine && side.within(c)) {
+                m.recordConstraint(PkMeshEdge(a, c), origin);
                 pendingEdges.push_back(PkMeshEdge(c, b));
                 return StatusOk;
             }
             if (sc == kLeft) {
                 const PointSide sd = side(d);
-                if (sd == kOnLine && inSegmentBox(vertexXY(vertices[std::size_t(d)]), A, B)) {
-                    recordConstraint(PkMeshEdge(a, d), origin);
+                if (sd == kOnLine && side.within(d)) {
+                    m.recordConstraint(PkMeshEdge(a, d), origin);
                     pendingEdges.push_back(PkMeshEdge(d, b));
                     return StatusOk;
                 }
@@ -171,138 +188,160 @@ PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
             ++count;
         }
         t = triNbrs(T)[i];
-        if (t == t0 || count >= maxIterations || t < 0 || t >= triangleCount) {
+        if (t == t0 || count >= m.maxIterations || t < 0 || t >= triangleCount) {
             return StatusConstraintFailed;
         }
     }
+    cavity.left = {a, c};
+    cavity.right = {a, d};
+    cavity.crossed = {t};
+    cavity.boundary[PkMeshEdge(a, c)] = getNeighborAcrossEdge(m.triangles[std::size_t(t)], a, c);
+    cavity.boundary[PkMeshEdge(a, d)] = getNeighborAcrossEdge(m.triangles[std::size_t(t)], a, d);
+    cavity.last = t;
+    return StatusOk;
+}
 
-    // Walk along the segment. The pivot is the chain vertex of the current triangle that the
-    // segment passes; it leaves through the edge (u, w) opposite the pivot.
-    std::vector<int> leftChain;
-    std::vector<int> rightChain;
-    std::vector<int> crossedTriangles;
-    leftChain.reserve(5);
-    rightChain.reserve(5);
-    crossedTriangles.reserve(5);
-    EdgeMap<int> boundaryNeighbours;
-    leftChain.push_back(a);
-    leftChain.push_back(c);
-    rightChain.push_back(a);
-    rightChain.push_back(d);
-    crossedTriangles.push_back(t);
-    boundaryNeighbours[PkMeshEdge(a, c)] = getNeighborAcrossEdge(triangles[std::size_t(t)], a, c);
-    boundaryNeighbours[PkMeshEdge(a, d)] = getNeighborAcrossEdge(triangles[std::size_t(t)], a, d);
-    auto offer = [&](int p, int q, int n) {
-        const int across = getNeighborAcrossEdge(triangles[std::size_t(n)], p, q);
-        const auto inserted = boundaryNeighbours.emplace(PkMeshEdge(p, q), across);
-        if (!inserted.second) inserted.first->second = -1;  // met twice: inside the region
-    };
-
+/// Walks along the segment from the exit triangle to the first vertex on it. The pivot is the
+/// chain vertex of the current triangle that the segment passes; it leaves through the edge
+/// (u, w) opposite the pivot. With crossings split, an earlier constraint in the way is split
+/// where the segment crosses it and both halves of this segment queued (`resolved`); nothing
+/// collected so far is used.
+PkTriangulationStatus walkCavity(RyTriangulationImpl& m,
+                                 const PkMeshEdge& piece,
+                                 const SegmentSide& side,
+                                 std::vector<PkMeshEdge>& pendingEdges,
+                                 Cavity& cavity,
+                                 bool& resolved) {
+    const int a = piece.EdgeIndex1(), b = piece.EdgeIndex2();
+    const int triangleCount = int(m.triangles.size());
+    const bool splitCrossings = (m.options & RyTriangulationImpl::bSplitCrossingConstraints) != 0;
     int pivot = a;
-    int e = b;
-    int cur = t;
-    const bool splitCrossings = (options & bSplitCrossingConstraints) != 0;
+    int cur = cavity.last;
     for (int steps = 0;; ++steps) {
-        const PkMeshTriangle& T = triangles[std::size_t(cur)];
-        const int* v = triVerts(T);
+        const int* v = triVerts(m.triangles[std::size_t(cur)]);
         const int j = localIndexOf(v, pivot);
         const int u = v[nextLocalIndex(j)];
         const int w = v[prevLocalIndex(j)];
-        const int n = triNbrs(T)[nextLocalIndex(j)];
-
-        if (splitCrossings && constraintEdges.count(PkMeshEdge(u, w)) != 0) {
-            // An earlier constraint is in the way: split it where the segment crosses it and
-            // queue both halves of this segment; nothing collected so far is used.
+        const int n = triNbrs(m.triangles[std::size_t(cur)])[nextLocalIndex(j)];
+        if (splitCrossings && m.constraintEdges.count(PkMeshEdge(u, w)) != 0) {
+            resolved = true;
             PkGePoint3d p;
-            if (!intersectLines(a, b, u, w, p)) return StatusConstraintFailed;
-            if (p.isEqualTo(pa, PkGeContext::gTol) || p.isEqualTo(pb, PkGeContext::gTol)) {
+            if (!m.intersectLines(a, b, u, w, p)) return StatusConstraintFailed;
+            if (p.isEqualTo(side.pa, PkGeContext::gTol) ||
+                p.isEqualTo(side.pb, PkGeContext::gTol)) {
                 return StatusConstraintFailed;
             }
-            return resolveCrossing(cur, j, n, a, b, p, pendingEdges);
+            return m.resolveCrossing(cur, j, n, a, b, p, pendingEdges);
         }
-
         // A segment between two vertices stays inside the hull; stepping into a ghost triangle
         // means rounding led the walk astray. Nothing has changed yet, so stop cleanly.
-        if (n < 0 || n >= triangleCount || isGhost(triangles[std::size_t(n)])) {
+        if (n < 0 || n >= triangleCount || isGhost(m.triangles[std::size_t(n)])) {
             return StatusConstraintFailed;
         }
-        const int* nv = triVerts(triangles[std::size_t(n)]);
+        const int* nv = triVerts(m.triangles[std::size_t(n)]);
         const int o =
             (nv[0] != u && nv[0] != w) ? nv[0] : ((nv[1] != u && nv[1] != w) ? nv[1] : nv[2]);
-
         const PointSide so = side(o);
-        if (so == kLeft) {
-            const int newPivot = leftChain.back();
-            leftChain.push_back(o);
-            crossedTriangles.push_back(n);
-            offer(newPivot, o, n);
-            pivot = newPivot;
-        } else if (so == kRight) {
-            const int newPivot = rightChain.back();
-            rightChain.push_back(o);
-            crossedTriangles.push_back(n);
-            offer(newPivot, o, n);
-            pivot = newPivot;
+        if (so == kLeft || so == kRight) {
+            std::vector<int>& chain = so == kLeft ? cavity.left : cavity.right;
+            pivot = chain.back();
+            chain.push_back(o);
+            cavity.offer(m, pivot, o, n);
         } else if (o == a) {
             // The walk has come round to its own start: only a mesh bent by the tolerance
             // band (near-flat triangles) allows that. Nothing has changed yet.
             return StatusConstraintFailed;
         } else {
-            e = o;  // a vertex on the segment (b itself at the latest) ends this piece
-            crossedTriangles.push_back(n);
+            cavity.end = o;  // a vertex on the segment (b itself at the latest) ends this piece
         }
+        cavity.crossed.push_back(n);
         cur = n;
-        if (steps >= maxIterations) return StatusIterationLimit;
-        const int* cv = triVerts(triangles[std::size_t(cur)]);
+        if (steps >= m.maxIterations) return StatusIterationLimit;
+        const int* cv = triVerts(m.triangles[std::size_t(cur)]);
+        const int e = cavity.end >= 0 ? cavity.end : b;
         if (cv[0] == e || cv[1] == e || cv[2] == e) break;
     }
+    if (cavity.end < 0) cavity.end = b;
+    cavity.last = cur;
+    return StatusOk;
+}
 
-    // Close the cavity and check that every boundary edge of both chains is known before
-    // anything changes: an inconsistent region is refused rather than read past.
-    const int l = leftChain.back();
-    const int r = rightChain.back();
-    boundaryNeighbours[PkMeshEdge(l, e)] = getNeighborAcrossEdge(triangles[std::size_t(cur)], l, e);
-    boundaryNeighbours[PkMeshEdge(r, e)] = getNeighborAcrossEdge(triangles[std::size_t(cur)], r, e);
-    leftChain.push_back(e);
-    rightChain.push_back(e);
-    for (const std::vector<int>* chain : {&leftChain, &rightChain}) {
+/// Closes the cavity at its end vertex; false when a boundary edge of either chain is not known
+/// (an inconsistent region, refused before anything changes).
+bool closeCavity(const RyTriangulationImpl& m, Cavity& cavity) {
+    const int l = cavity.left.back(), r = cavity.right.back(), e = cavity.end;
+    const PkMeshTriangle& last = m.triangles[std::size_t(cavity.last)];
+    cavity.boundary[PkMeshEdge(l, e)] = getNeighborAcrossEdge(last, l, e);
+    cavity.boundary[PkMeshEdge(r, e)] = getNeighborAcrossEdge(last, r, e);
+    cavity.left.push_back(e);
+    cavity.right.push_back(e);
+    for (const std::vector<int>* chain : {&cavity.left, &cavity.right}) {
         for (std::size_t k = 0; k + 1 < chain->size(); ++k) {
-            if (boundaryNeighbours.count(PkMeshEdge((*chain)[k], (*chain)[k + 1])) == 0) {
-                return StatusConstraintFailed;
-            }
+            if (cavity.boundary.count(PkMeshEdge((*chain)[k], (*chain)[k + 1])) == 0) return false;
         }
     }
+    return true;
+}
 
+/// Re-triangulates both sides of the closed cavity in its released slots; a result that is not
+/// a sound mesh is undone (false).
+bool fillCavity(RyTriangulationImpl& m, Cavity& cavity) {
     // Everything the re-triangulation writes: the crossed slots, the links of the triangles
-    // around the cavity, the triangle index of each chain vertex. Kept so that a result that is
-    // not a sound mesh can be undone.
+    // around the cavity, the triangle index of each chain vertex.
     CavityBackup backup;
-    for (int crossed : crossedTriangles) backup.saveTriangle(*this, crossed);
-    for (const auto& entry : boundaryNeighbours) {
-        if (entry.second >= 0) backup.saveTriangle(*this, entry.second);
+    for (int crossed : cavity.crossed) backup.saveTriangle(m, crossed);
+    for (const auto& entry : cavity.boundary) {
+        if (entry.second >= 0) backup.saveTriangle(m, entry.second);
     }
-    for (const std::vector<int>* chain : {&leftChain, &rightChain}) {
-        for (int vertex : *chain) backup.saveVertex(*this, vertex);
+    for (const std::vector<int>* chain : {&cavity.left, &cavity.right}) {
+        for (int vertex : *chain) backup.saveVertex(m, vertex);
     }
-    const std::size_t freeCount = freeTriangles.size();
-
-    for (int crossed : crossedTriangles) freeTriangles.push_back(crossed);
-    std::reverse(rightChain.begin(), rightChain.end());
-    const int t1 = allocateTriangle();
-    const int t2 = allocateTriangle();
+    const std::size_t freeCount = m.freeTriangles.size();
+    for (int crossed : cavity.crossed) m.freeTriangles.push_back(crossed);
+    std::reverse(cavity.right.begin(), cavity.right.end());
+    const int t1 = m.allocateTriangle();
+    const int t2 = m.allocateTriangle();
     // Chains of k crossed triangles hold k + 4 entries, so exactly the k released slots are
     // taken again. With a band that blurs the in-circle test (tiny spacings) the choice of the
     // third vertex can fold a non-convex side; such a piece is undone and refused.
-    if (!triangulatePseudoPolygon(leftChain, boundaryNeighbours, t1, t2) ||
-        !triangulatePseudoPolygon(rightChain, boundaryNeighbours, t2, t1) ||
-        !allCounterClockwise(crossedTriangles)) {
-        backup.restore(*this);
-        freeTriangles.resize(freeCount);
-        return StatusConstraintFailed;
+    if (!m.triangulatePseudoPolygon(cavity.left, cavity.boundary, t1, t2) ||
+        !m.triangulatePseudoPolygon(cavity.right, cavity.boundary, t2, t1) ||
+        !m.allCounterClockwise(cavity.crossed)) {
+        backup.restore(m);
+        m.freeTriangles.resize(freeCount);
+        return false;
     }
+    return true;
+}
 
+}  // namespace
+
+PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
+    const PkMeshEdge& piece, const PkMeshEdge& origin, std::vector<PkMeshEdge>& pendingEdges) {
+    const int a = piece.EdgeIndex1();
+    const int b = piece.EdgeIndex2();
+    const int vertexCount = int(vertices.size());
+    if (a == b || a < 0 || b < 0 || a >= vertexCount || b >= vertexCount) return StatusOk;
+    const int t0 = vertexTriangle(vertices[std::size_t(a)]);
+    if (t0 < 0 || t0 >= int(triangles.size())) return StatusConstraintFailed;
+    if (isMeshEdge(a, b)) {
+        recordConstraint(piece, origin);
+        return StatusOk;
+    }
+    const SegmentSide side{*this,
+                           PkMeshFields::point(vertices[std::size_t(a)]),
+                           PkMeshFields::point(vertices[std::size_t(b)])};
+    Cavity cavity;
+    PkTriangulationStatus status = findExit(*this, a, b, side, origin, pendingEdges, cavity);
+    if (status != StatusOk || cavity.crossed.empty()) return status;
+    bool resolved = false;
+    status = walkCavity(*this, piece, side, pendingEdges, cavity, resolved);
+    if (status != StatusOk || resolved) return status;
+    if (!closeCavity(*this, cavity) || !fillCavity(*this, cavity)) return StatusConstraintFailed;
+
+    const int e = cavity.end;
     if (!suspectEdges.empty()) {
-        for (const auto& entry : boundaryNeighbours) suspectEdges.push_back(entry.first);
+        for (const auto& entry : cavity.boundary) suspectEdges.push_back(entry.first);
     }
     if (e == origin.EdgeIndex2()) {
         recordConstraint(piece, origin);
