@@ -123,11 +123,138 @@ void RyTriangulationImpl::appendVertexRecords(const std::vector<PkGePoint3d>& po
     if (helper.joinable()) helper.join();
 }
 
-// The order is sorted into keys (vertex and position by rank), on a helper thread for large
-// inputs, and the insertions follow right behind the sort. createFirstTriangle's draws do not
-// depend on the order, so they run while the sort does; its swaps are then applied to each
-// position as it comes (FrontSwaps). Every vertex inserted, every rand call and every slot are
-// those of the plain sequence: shuffle, sort, first triangle, insertions.
+namespace {
+
+/// The sorted insertions. The order is sorted into keys (vertex and position by rank), on a
+/// helper thread for large inputs, and the insertions follow right behind the sort.
+/// createFirstTriangle's draws do not depend on the order, so they run while the sort does; its
+/// swaps are then applied to each position as it comes (FrontSwaps). Every vertex inserted,
+/// every rand call and every slot are those of the plain sequence: shuffle, sort, first
+/// triangle, insertions.
+///
+/// The insertions run on the mesh numbered by position in the order (see RankedVertexView),
+/// which makes the same decisions on the same coordinates and fills the same triangle slots;
+/// the numbering is mapped back to vertex indices at the end, whatever the outcome. The record
+/// holds no constraint yet (the flip loop looks them up by vertex index), and every vertex was
+/// just made from a point, so none is excluded.
+class SortedRun {
+public:
+    SortedRun(RyTriangulationImpl& m, std::vector<int>&& order, SortKey* keys, bool helped)
+        : m_(m),
+          n_(int(order.size())),
+          keys_(keys),
+          triangleOf_(order.size(), -1),
+          first_(m.triangles.size()),
+          // The helper populates the slots the insertions will append to (room was reserved).
+          sort_(std::move(order),
+                m.vertices,
+                keys,
+                helped,
+                m.triangles.data() + first_,
+                (m.triangles.capacity() - first_) * sizeof(PkMeshTriangle)) {}
+
+    /// Draws the first triangle, moves its corners to the front and numbers them by rank; false
+    /// (nothing changed) when no triple was found.
+    bool placeFirstTriangle() {
+        int corners[3];
+        if (n_ == 3) {
+            // Three points: no draw, the order stays; only the orientation is chosen.
+            sort_.waitFor(2);
+            const int a0 = int(keys_[0].index), b0 = int(keys_[1].index);
+            const bool ccw =
+                classifyPointSide(keys_[2].xy, keys_[0].xy, keys_[1].xy, m_.band) == kLeft;
+            corners[0] = ccw ? a0 : b0;
+            corners[1] = ccw ? b0 : a0;
+            corners[2] = int(keys_[2].index);
+        } else {
+            if (!m_.drawFirstTriangle(corners)) return false;
+            sort_.waitFor(2);
+            const int front[3] = {int(keys_[0].index), int(keys_[1].index), int(keys_[2].index)};
+            plan_ = planFrontSwaps(front, corners);
+            for (int k = 0; k < 3; ++k) keys_[k] = keyOf(corners[k]);
+        }
+        m_.appendFirstMesh(corners[0], corners[1], corners[2]);
+        for (int r = 0; r < 3; ++r) {
+            triangleOf_[std::size_t(r)] = vertexTriangle(m_.vertices[std::size_t(keys_[r].index)]);
+        }
+        const int rank0 = int(keys_[0].index), rank1 = int(keys_[1].index);
+        renumber([&](int v) { return v == rank0 ? 0 : (v == rank1 ? 1 : 2); });
+        return true;
+    }
+
+    /// Positions 3.. one by one, each walk starting from the vertex inserted just before: the
+    /// locator is never consulted, and nothing after this call reads it (a new triangulation
+    /// starts from an empty record), so it stays empty.
+    PkTriangulationStatus insertRest() {
+        const RankedVertexView view{keys_, triangleOf_.data()};
+        PkTriangulationStatus status = StatusOk;
+        const bool reporting = m_.progress != nullptr;
+        const int stride = RyTriangulationImpl::kProgressStride;
+        try {
+            for (int i = 3; i < n_ && status == StatusOk; ++i) {
+                if (reporting && i % stride == 0 && !m_.reportProgress(kProgressVertices, i, n_)) {
+                    status = StatusStopped;
+                    break;
+                }
+                sort_.waitFor(std::size_t(i));
+                settle(std::size_t(i));
+                settled_ = i + 1;
+                status = m_.insertVertex(view, i, i - 1);
+            }
+        } catch (...) {
+            mapBack();  // an allocation failure leaves the mesh valid, in vertex indices
+            throw;
+        }
+        mapBack();
+        return status;
+    }
+
+private:
+    SortKey keyOf(int v) const {
+        const double* p = vertexXY(m_.vertices[std::size_t(v)]);
+        return SortKey{{p[0], p[1]}, v};
+    }
+    /// Entry i of the final order: the sorted entry, or what a swap left in a corner's place.
+    void settle(std::size_t i) {
+        const int v = int(keys_[i].index);
+        for (int k = 0; k < 3; ++k) {
+            if (v == plan_.corner[k] && plan_.replacement[k] >= 0) {
+                keys_[i] = keyOf(plan_.replacement[k]);
+                return;
+            }
+        }
+    }
+    template <class Map>
+    void renumber(Map map) {
+        for (std::size_t t = first_; t < m_.triangles.size(); ++t) {
+            int* v = triVerts(m_.triangles[t]);
+            for (int k = 0; k < 3; ++k) {
+                if (v[k] >= 0) v[k] = map(v[k]);
+            }
+        }
+    }
+    void mapBack() {
+        sort_.waitFor(std::size_t(n_) - 1);
+        for (int i = settled_; i < n_; ++i) settle(std::size_t(i));
+        settled_ = n_;
+        renumber([&](int r) { return int(keys_[r].index); });
+        for (int r = 0; r < n_; ++r) {
+            vertexTriangle(m_.vertices[std::size_t(keys_[r].index)]) = triangleOf_[std::size_t(r)];
+        }
+    }
+
+    RyTriangulationImpl& m_;
+    const int n_;
+    SortKey* const keys_;
+    std::vector<int> triangleOf_;
+    const std::size_t first_;
+    FrontSwaps plan_{{-1, -1, -1}, {-1, -1, -1}};
+    int settled_ = 3;  ///< positions below it hold their final entry
+    SortAhead sort_;   ///< last: joined first, before anything it reads goes away
+};
+
+}  // namespace
+
 PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     const int n = int(vertices.size());
     std::vector<int> order(static_cast<std::size_t>(n));
@@ -135,110 +262,13 @@ PkTriangulationStatus RyTriangulationImpl::insertVerticesSorted() {
     shuffleIndices(order);
     // Left uninitialised: the sort writes every key before the insertions read it.
     const std::unique_ptr<SortKey[]> keys(new SortKey[std::size_t(n)]);
-    std::vector<int> triangleOf(std::size_t(n), -1);
-    // The slots the insertions will append to (room for them was reserved).
-    const std::size_t used = triangles.size();
     const bool helped = useHelperThread(std::size_t(n));
-    SortAhead sort(std::move(order),
-                   vertices,
-                   keys.get(),
-                   helped,
-                   triangles.data() + used,
-                   (triangles.capacity() - used) * sizeof(PkMeshTriangle));
+    SortedRun run(*this, std::move(order), keys.get(), helped);
     // The helper fills the keys front to back; populate the back half meanwhile (nothing is
     // sorted before every key is made, so this thread would only wait).
     if (helped) populatePages(keys.get() + n / 2, std::size_t(n - n / 2) * sizeof(SortKey));
-
-    auto keyOf = [&](int v) {
-        const double* p = vertexXY(vertices[std::size_t(v)]);
-        return SortKey{{p[0], p[1]}, v};
-    };
-    int corners[3];
-    FrontSwaps plan{{-1, -1, -1}, {-1, -1, -1}};
-    if (n == 3) {
-        // Three points: no draw, the order stays; only the triangle's orientation is chosen.
-        sort.waitFor(2);
-        const int a0 = int(keys[0].index), b0 = int(keys[1].index), c0 = int(keys[2].index);
-        const bool ccw = classifyPointSide(keys[2].xy, keys[0].xy, keys[1].xy, band) == kLeft;
-        corners[0] = ccw ? a0 : b0;
-        corners[1] = ccw ? b0 : a0;
-        corners[2] = c0;
-    } else {
-        if (!drawFirstTriangle(corners)) return StatusLocateFailed;
-        sort.waitFor(2);
-        const int front[3] = {int(keys[0].index), int(keys[1].index), int(keys[2].index)};
-        plan = planFrontSwaps(front, corners);
-        for (int k = 0; k < 3; ++k) keys[std::size_t(k)] = keyOf(corners[k]);
-    }
-    // Entry i of the final order: the sorted entry, or what a swap left in a corner's place.
-    auto settle = [&](std::size_t i) {
-        const int v = int(keys[i].index);
-        for (int k = 0; k < 3; ++k) {
-            if (v == plan.corner[k] && plan.replacement[k] >= 0) {
-                keys[i] = keyOf(plan.replacement[k]);
-                return;
-            }
-        }
-    };
-    const std::size_t first = triangles.size();
-    appendFirstMesh(corners[0], corners[1], corners[2]);
-
-    // Each walk starts from the vertex inserted just before, so the locator is never consulted
-    // in this mode, and nothing after this call reads it (a new triangulation starts from an
-    // empty record). Filling it would cost a tree descent and bucket space per vertex for
-    // nothing, so it stays empty.
-    //
-    // The insertions run on the mesh numbered by position in the order (see RankedVertexView),
-    // which makes the same decisions on the same coordinates and fills the same triangle slots;
-    // the numbering is mapped back to vertex indices at the end, whatever the outcome. The
-    // record holds no constraint yet (the flip loop looks them up by vertex index), and every
-    // vertex was just made from a point, so none is excluded.
-    for (int r = 0; r < 3; ++r) {
-        triangleOf[std::size_t(r)] =
-            vertexTriangle(vertices[std::size_t(keys[std::size_t(r)].index)]);
-    }
-    auto renumber = [&](auto map) {
-        for (std::size_t t = first; t < triangles.size(); ++t) {
-            int* v = triVerts(triangles[t]);
-            for (int k = 0; k < 3; ++k) {
-                if (v[k] >= 0) v[k] = map(v[k]);
-            }
-        }
-    };
-    const int rank0 = int(keys[0].index), rank1 = int(keys[1].index);
-    renumber([&](int v) { return v == rank0 ? 0 : (v == rank1 ? 1 : 2); });
-
-    int settled = 3;  // positions below it hold their final entry
-    auto mapBack = [&] {
-        sort.waitFor(std::size_t(n) - 1);
-        for (int i = settled; i < n; ++i) settle(std::size_t(i));
-        settled = n;
-        renumber([&](int r) { return int(keys[std::size_t(r)].index); });
-        for (int r = 0; r < n; ++r) {
-            vertexTriangle(vertices[std::size_t(keys[std::size_t(r)].index)]) =
-                triangleOf[std::size_t(r)];
-        }
-    };
-    const RankedVertexView view{keys.get(), triangleOf.data()};
-    PkTriangulationStatus status = StatusOk;
-    const bool reporting = progress != nullptr;
-    try {
-        for (int i = 3; i < n && status == StatusOk; ++i) {
-            if (reporting && i % kProgressStride == 0 && !reportProgress(kProgressVertices, i, n)) {
-                status = StatusStopped;
-                break;
-            }
-            sort.waitFor(std::size_t(i));
-            settle(std::size_t(i));
-            settled = i + 1;
-            status = insertVertex(view, i, i - 1);
-        }
-    } catch (...) {
-        mapBack();  // an allocation failure leaves the mesh valid, in vertex indices
-        throw;
-    }
-    mapBack();
-    return status;
+    if (!run.placeFirstTriangle()) return StatusLocateFailed;
+    return run.insertRest();
 }
 
 PkTriangulationStatus RyTriangulationImpl::insertVerticesShuffled() {
