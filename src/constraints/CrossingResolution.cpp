@@ -54,6 +54,64 @@ inline int thirdVertex(const PkMeshTriangle& t, int u, int w) {
     return (v[0] != u && v[0] != w) ? v[0] : ((v[1] != u && v[1] != w) ? v[1] : v[2]);
 }
 
+/// The corners around a crossed edge u-w: t is (C, U, W) and n is (O, W, U), both
+/// counter-clockwise (O null when n is a ghost triangle). The split at P makes (C, U, P),
+/// (C, P, W), (O, W, P) and (O, P, U): P must lie in the angle at C and in the angle at O.
+struct CrossingCorners {
+    const double* U;
+    const double* W;
+    const double* C;
+    const double* O;
+    bool pivotAngle(const double* P) const {
+        return orient2d(C, U, P) > 0 && orient2d(W, C, P) > 0;
+    }
+    bool farAngle(const double* P) const {
+        return O == nullptr || (orient2d(O, W, P) > 0 && orient2d(U, O, P) > 0);
+    }
+    bool sound(const double* P) const { return pivotAngle(P) && farAngle(P); }
+};
+
+/// Tries the points `radius` ulps around p (a ring; 0 is p itself), row by row, and moves p to
+/// the first that `accept` takes; false when none does.
+template <class Accept>
+bool nudge(PkGePoint3d& p, int radius, Accept accept) {
+    const double P[2] = {p.x, p.y};
+    for (int dy = -radius; dy <= radius; ++dy) {
+        for (int dx = -radius; dx <= radius; ++dx) {
+            if (std::max(std::abs(dx), std::abs(dy)) != radius) continue;
+            const double q[2] = {stepUlps(P[0], dx), stepUlps(P[1], dy)};
+            // Never into the range below 2^-200 where the predicates' bounds fail.
+            if ((q[0] != 0 && std::fabs(q[0]) < 0x1p-200) ||
+                (q[1] != 0 && std::fabs(q[1]) < 0x1p-200)) {
+                continue;
+            }
+            if (accept(q)) {
+                p.x = q[0];
+                p.y = q[1];
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+/// An apex (the pivot first) on the line u-w within `reach`, between its ends; -1 when none.
+int detourApex(const std::vector<PkMeshPoint3d>& vertices,
+               const CrossingCorners& k,
+               const int apexes[2],
+               double reach2) {
+    const double ex = k.W[0] - k.U[0], ey = k.W[1] - k.U[1];
+    const double length2 = ex * ex + ey * ey;
+    for (int a = 0; a < 2; ++a) {
+        if (apexes[a] < 0) continue;
+        const double* A = vertexXY(vertices[std::size_t(apexes[a])]);
+        const double along = (A[0] - k.U[0]) * ex + (A[1] - k.U[1]) * ey;
+        const double off = std::fabs(orient2d(k.U, k.W, A));
+        if (along > 0 && along < length2 && off * off <= reach2 * length2) return apexes[a];
+    }
+    return -1;
+}
+
 }  // namespace
 
 CrossingPlan RyTriangulationImpl::planCrossing(int t, int j, int n, PkGePoint3d& p) const {
@@ -66,20 +124,8 @@ CrossingPlan RyTriangulationImpl::planCrossing(int t, int j, int n, PkGePoint3d&
         far = thirdVertex(triangles[std::size_t(n)], u, w);
     }
     auto xy = [&](int i) { return vertexXY(vertices[std::size_t(i)]); };
-    const double* U = xy(u);
-    const double* W = xy(w);
-    const double* C = xy(pivot);
-    const double* O = far >= 0 ? xy(far) : nullptr;
-    // t is (C, U, W) and n is (O, W, U), both counter-clockwise. The split at P makes (C, U, P),
-    // (C, P, W), (O, W, P) and (O, P, U): P must lie in the angle at C and in the angle at O.
-    auto pivotAngle = [&](const double* P) {
-        return orient2d(C, U, P) > 0 && orient2d(W, C, P) > 0;
-    };
-    auto farAngle = [&](const double* P) {
-        return O == nullptr || (orient2d(O, W, P) > 0 && orient2d(U, O, P) > 0);
-    };
-    auto sound = [&](const double* P) { return pivotAngle(P) && farAngle(P); };
-    if (sound(&p.x)) return {CrossingPlan::kSplit, -1, t, false};
+    const CrossingCorners k{xy(u), xy(w), xy(pivot), far >= 0 ? xy(far) : nullptr};
+    if (k.sound(&p.x)) return {CrossingPlan::kSplit, -1, t, false};
 
     const double* P = &p.x;
     auto distance2 = [&](const double* Q) {
@@ -87,61 +133,33 @@ CrossingPlan RyTriangulationImpl::planCrossing(int t, int j, int n, PkGePoint3d&
     };
     const double reach = kSnapReach * std::max(std::fabs(P[0]), std::fabs(P[1]));
     const double reach2 = reach * reach;
-    const double du = distance2(U), dw = distance2(W);
+    const double du = distance2(k.U), dw = distance2(k.W);
     if (std::min(du, dw) <= reach2) return {CrossingPlan::kThroughEnd, du <= dw ? u : w, -1, false};
 
-    const double dc = distance2(C);
-    const double dfar = O != nullptr ? distance2(O) : HUGE_VAL;
+    const double dc = distance2(k.C);
+    const double dfar = k.O != nullptr ? distance2(k.O) : HUGE_VAL;
     if (std::min(dc, dfar) <= reach2) {
         return {CrossingPlan::kThroughApex, dc <= dfar ? pivot : far, -1, false};
     }
 
     // Nearest first: rings of growing distance in ulps (0 only for the insertion).
-    auto nudge = [&](int radius, auto accept) {
-        for (int dy = -radius; dy <= radius; ++dy) {
-            for (int dx = -radius; dx <= radius; ++dx) {
-                if (std::max(std::abs(dx), std::abs(dy)) != radius) continue;
-                const double q[2] = {stepUlps(P[0], dx), stepUlps(P[1], dy)};
-                // Never into the range below 2^-200 where the predicates' bounds fail.
-                if ((q[0] != 0 && std::fabs(q[0]) < 0x1p-200) ||
-                    (q[1] != 0 && std::fabs(q[1]) < 0x1p-200)) {
-                    continue;
-                }
-                if (accept(q)) {
-                    p.x = q[0];
-                    p.y = q[1];
-                    return true;
-                }
-            }
-        }
-        return false;
-    };
+    auto sound = [&](const double* q) { return k.sound(q); };
     for (int radius = 1; radius <= kNudgeUlps; ++radius) {
-        if (nudge(radius, sound)) return {CrossingPlan::kSplit, -1, t, true};
+        if (nudge(p, radius, sound)) return {CrossingPlan::kSplit, -1, t, true};
     }
     int inside = -1;
     auto inOneTriangle = [&](const double* q) {
-        const double side = orient2d(U, W, q);
-        if (side > 0 && pivotAngle(q)) inside = t;
-        if (side < 0 && O != nullptr && farAngle(q)) inside = n;
+        const double side = orient2d(k.U, k.W, q);
+        if (side > 0 && k.pivotAngle(q)) inside = t;
+        if (side < 0 && k.O != nullptr && k.farAngle(q)) inside = n;
         return inside >= 0;
     };
     for (int radius = 0; radius <= kNudgeUlps; ++radius) {
-        if (nudge(radius, inOneTriangle)) return {CrossingPlan::kInsert, -1, inside, radius > 0};
+        if (nudge(p, radius, inOneTriangle)) return {CrossingPlan::kInsert, -1, inside, radius > 0};
     }
-
-    // An apex on the line u-w within rounding, between its ends: the pivot first.
-    const double ex = W[0] - U[0], ey = W[1] - U[1];
-    const double length2 = ex * ex + ey * ey;
-    for (const int apex : {pivot, far}) {
-        if (apex < 0) continue;
-        const double* A = xy(apex);
-        const double along = (A[0] - U[0]) * ex + (A[1] - U[1]) * ey;
-        const double off = std::fabs(orient2d(U, W, A));
-        if (along > 0 && along < length2 && off * off <= reach2 * length2) {
-            return {CrossingPlan::kDetour, apex, -1, false};
-        }
-    }
+    const int apexes[2] = {pivot, far};
+    const int apex = detourApex(vertices, k, apexes, reach2);
+    if (apex >= 0) return {CrossingPlan::kDetour, apex, -1, false};
     return {CrossingPlan::kRefused, -1, -1, false};
 }
 
