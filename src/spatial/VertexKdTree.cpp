@@ -249,6 +249,56 @@ int VertexKdTree::nearestThenInsert(int v, const double* p) {
     return found;
 }
 
+namespace {
+
+/// Position of the bucket entry nearer to q than `best` (which it lowers), the nearest such;
+/// `size` (the bucket's) when there is none. Which entry improves on the best is a coin toss for
+/// the branch predictor: the position is kept without branches.
+RY_INLINE std::size_t nearestInBucket(const KdNode& n,
+                                      std::size_t size,
+                                      const double* qp,
+                                      double& best) {
+    const double* c = n.coords.data();
+    std::size_t at = size;
+    for (std::size_t i = 0; i < size; ++i) {
+        const double dx = qp[0] - c[2 * i];
+        const double dy = qp[1] - c[2 * i + 1];
+        const double d = dx * dx + dy * dy;
+        const bool better = d < best;
+        at = better ? i : at;
+        best = better ? d : best;
+    }
+    return at;
+}
+
+/// Splits [lo, hi] (inner node n's box along its axis) at its midpoint: the near half stays in
+/// lo, hi and its child in `node`; the far half and child go to the stack entry's fields.
+/// `bound` becomes the squared distance from q to the split line.
+RY_INLINE void splitBox(const KdNode& n,
+                        double& lo,
+                        double& hi,
+                        double q,
+                        double& farLo,
+                        double& farHi,
+                        int& farNode,
+                        int& node,
+                        double& bound) {
+    const double mid = (lo + hi) * 0.5;
+    const double gap = q - mid;
+    bound = gap * gap;
+    if (mid > q) {
+        farNode = n.child1, farLo = mid, farHi = hi;
+        hi = mid;
+        node = n.child0;
+    } else {
+        farNode = n.child0, farLo = lo, farHi = mid;
+        lo = mid;
+        node = n.child1;
+    }
+}
+
+}  // namespace
+
 int VertexKdTree::search(const double* qp, DescentPath* path) {
     if (path) {
         path->inner.clear();
@@ -298,17 +348,8 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
             if (n.child0 == n.child1) {
                 // Which entry improves on the best is a coin toss for the branch predictor: keep
                 // the position of the best without branches and look its index up at the end.
-                const double* c = n.coords.data();
                 const std::size_t size = n.bucket.size();
-                std::size_t at = size;
-                for (std::size_t i = 0; i < size; ++i) {
-                    const double dx = qp[0] - c[2 * i];
-                    const double dy = qp[1] - c[2 * i + 1];
-                    const double d = dx * dx + dy * dy;
-                    const bool better = d < best;
-                    at = better ? i : at;
-                    best = better ? d : best;
-                }
+                const std::size_t at = nearestInBucket(n, size, qp, best);
                 if (at != size) {
                     // The index is needed only at the end: start its load and go on rather
                     // than wait here (a scout fetched the bucket of the query's own leaf, but
@@ -328,28 +369,12 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
                 searchStack.resize(searchStack.size() + StackChunk);
             KdSearchEntry& far = searchStack[std::size_t(++top)];
             far.axis = next;
-            // Splits [lo, hi] (the box along the axis) at its midpoint: the near half stays in
-            // lo, hi, the far one goes to the stack entry; the other axis is copied across.
-            auto split = [&](double& lo, double& hi, double q, double& farLo, double& farHi) {
-                const double mid = (lo + hi) * 0.5;
-                const double gap = q - mid;
-                bound = gap * gap;
-                if (mid > q) {
-                    far.node = n.child1, farLo = mid, farHi = hi;
-                    hi = mid;
-                    node = n.child0;
-                } else {
-                    far.node = n.child0, farLo = lo, farHi = mid;
-                    lo = mid;
-                    node = n.child1;
-                }
-            };
             if (axis == 0) {
                 far.boxMinY = loY, far.boxMaxY = hiY;
-                split(loX, hiX, qp[0], far.boxMinX, far.boxMaxX);
+                splitBox(n, loX, hiX, qp[0], far.boxMinX, far.boxMaxX, far.node, node, bound);
             } else {
                 far.boxMinX = loX, far.boxMaxX = hiX;
-                split(loY, hiY, qp[1], far.boxMinY, far.boxMaxY);
+                splitBox(n, loY, hiY, qp[1], far.boxMinY, far.boxMaxY, far.node, node, bound);
             }
             far.bound = bound;
             axis = next;
