@@ -40,52 +40,54 @@ struct DepthLabelling {
     FloodCells cells;
     std::vector<int> depthStack;
     std::vector<int> proposed;  ///< triangles that received a proposal in this flood
+    std::map<int, std::vector<int>> pendingLevels;  ///< by level: triangles first reached there
+    long long maxPendingLevel = 0;
 };
+
+constexpr int UnvisitedDepth = RyTriangulationImpl::UnvisitedDepth;
 
 /// One bit per vertex: an endpoint of some constraint edge. Small enough to stay in cache while
 /// it is read in the vertices' (arbitrary) input order.
-std::vector<std::uint64_t> constraintVertexBits(const EdgeSet& edges, int vertexCount) {
-    std::vector<std::uint64_t> bits((std::size_t(vertexCount) + 63) / 64, 0);
-    for (const PkMeshEdge& e : edges) {
-        for (int v : {e.EdgeIndex1(), e.EdgeIndex2()}) {
-            if (v >= 0 && v < vertexCount) {
-                bits[std::size_t(v) >> 6] |= std::uint64_t(1) << (unsigned(v) & 63u);
+class ConstraintVertices {
+public:
+    ConstraintVertices(const EdgeSet& edges, int vertexCount)
+        : bits_((std::size_t(vertexCount) + 63) / 64, 0), count_(vertexCount) {
+        for (const PkMeshEdge& e : edges) {
+            for (int v : {e.EdgeIndex1(), e.EdgeIndex2()}) {
+                if (v >= 0 && v < vertexCount) {
+                    bits_[std::size_t(v) >> 6] |= std::uint64_t(1) << (unsigned(v) & 63u);
+                }
             }
         }
     }
-    return bits;
-}
+    bool operator()(int v) const {
+        return unsigned(v) < unsigned(count_) &&
+               ((bits_[std::size_t(v) >> 6] >> (unsigned(v) & 63u)) & 1u) != 0;
+    }
 
-/// Labels every triangle of `mesh` with its depth (in the cells' `depth`).
-FloodCells floodDepths(const RyTriangulationImpl& mesh) {
-    const std::vector<PkMeshTriangle>& triangles = mesh.triangles;
-    const EdgeSet& constraintEdges = mesh.constraintEdges;
-    const int maxIterations = mesh.maxIterations;
-    constexpr int UnvisitedDepth = RyTriangulationImpl::UnvisitedDepth;
-    const int n = int(triangles.size());
-    const int vertexCount = int(mesh.vertices.size());
-    DepthLabelling s;
-    const std::vector<std::uint64_t> constraintVertex =
-        constraintVertexBits(constraintEdges, vertexCount);
-    auto isConstraintVertex = [&](int v) {
-        return unsigned(v) < unsigned(vertexCount) &&
-               ((constraintVertex[std::size_t(v) >> 6] >> (unsigned(v) & 63u)) & 1u) != 0;
-    };
+private:
+    std::vector<std::uint64_t> bits_;
+    int count_;
+};
+
+/// The flood's view of every triangle, in one sequential pass.
+FloodCells buildCells(const RyTriangulationImpl& mesh) {
+    const int n = int(mesh.triangles.size());
+    const ConstraintVertices isConstraintVertex(mesh.constraintEdges, int(mesh.vertices.size()));
     // The cell entry for neighbour m across an edge, a candidate when both its ends are
     // constraint vertices.
     auto acrossEntry = [n](int m, bool candidate) {
         if (unsigned(m) >= unsigned(n)) return kNoCell;
         return candidate ? int(unsigned(m) | kCandidateBit) : m;
     };
-
-    // The flood's view of every triangle, in one sequential pass.
-    s.cells.cells.reset(new FloodCell[std::size_t(n)]);
-    s.cells.size = std::size_t(n);
+    FloodCells cells;
+    cells.cells.reset(new FloodCell[std::size_t(n)]);
+    cells.size = std::size_t(n);
     for (int i = 0; i < n; ++i) {
-        const PkMeshTriangle& T = triangles[std::size_t(i)];
+        const PkMeshTriangle& T = mesh.triangles[std::size_t(i)];
         const int* v = triVerts(T);
         const int* nb = triNbrs(T);
-        FloodCell& c = s.cells.cells[std::size_t(i)];
+        FloodCell& c = cells.cells[std::size_t(i)];
         c.depth = UnvisitedDepth;
         if (v[0] != v[1] && v[1] != v[2] && v[0] != v[2]) {
             // Proper triangle: the edge opposite vertex k joins vertices k+1 and k+2 (distinct)
@@ -111,85 +113,97 @@ FloodCells floodDepths(const RyTriangulationImpl& mesh) {
                 acrossEntry(m, lo != hi && isConstraintVertex(lo) && isConstraintVertex(hi));
         }
     }
+    return cells;
+}
+
+/// Floods `level` from the stack: everything reachable without crossing a constraint edge.
+/// A crossing proposes a deeper level to the triangle beyond it. True when the flood stopped
+/// at the iteration limit.
+bool floodLevel(const RyTriangulationImpl& mesh, DepthLabelling& s, int level) {
+    FloodCell* const cells = s.cells.cells.get();
     auto isConstraint = [&](int a, int b, int& repeats) {
         const PkMeshEdge e(a, b);
-        if (constraintEdges.count(e) == 0) return false;
+        if (mesh.constraintEdges.count(e) == 0) return false;
         const auto r = mesh.constraintRepeats.find(e);
         repeats = r == mesh.constraintRepeats.end() ? 0 : r->second;
         return true;
     };
+    int processed = 0;
+    while (!s.depthStack.empty()) {
+        const int t = s.depthStack.back();
+        s.depthStack.pop_back();
+        // Reaching t without a crossing voids any proposal made to it in this flood (held in
+        // its depth); after the flood, depth <= level tells that it was reached.
+        FloodCell& c = cells[t];
+        if (c.depth > level) c.depth = level;
+        for (int k = 0; k < 3; ++k) {
+            const int across = c.across[k];
+            if (across == kNoCell) continue;
+            const int m = int(unsigned(across) & ~kCandidateBit);
+            if (cells[m].depth <= level) continue;
+            int repeats = 0;
+            if (across < 0) {
+                const int* v = triVerts(mesh.triangles[std::size_t(t)]);
+                const int p = v[nextLocalIndex(k)];
+                const int q = v[prevLocalIndex(k)];
+                if (isConstraint(p < q ? p : q, p < q ? q : p, repeats)) {
+                    // Levels are capped well below the int range; a crossing count that large
+                    // cannot come from a real input.
+                    const long long proposed = std::min<long long>((long long)level + 1 + repeats,
+                                                                   (long long)UnvisitedDepth - 1);
+                    if (cells[m].depth == UnvisitedDepth) s.proposed.push_back(m);
+                    cells[m].depth = int(proposed);
+                    continue;
+                }
+            }
+            s.depthStack.push_back(m);
+        }
+        if (processed >= mesh.maxIterations) return true;
+        ++processed;
+    }
+    return false;
+}
 
+/// Moves the proposals of the flood of `level` to the pending levels (dropped when the flood was
+/// capped) and loads the stack with the next level's triangles; false when none is left.
+bool nextLevel(DepthLabelling& s, int level, bool capped) {
+    FloodCell* const cells = s.cells.cells.get();
+    s.pendingLevels.erase(level);
+    for (int t : s.proposed) {
+        const int d = cells[t].depth;
+        if (d <= level) continue;  // reached in this flood after all
+        cells[t].depth = UnvisitedDepth;
+        if (capped) continue;
+        s.maxPendingLevel = std::max<long long>(s.maxPendingLevel, d);
+        s.pendingLevels[d].push_back(t);
+    }
+    s.proposed.clear();
+    ++level;
+    std::vector<int>& next = s.pendingLevels[level];
+    std::sort(next.begin(), next.end());
+    next.erase(std::unique(next.begin(), next.end()), next.end());
+    s.depthStack.assign(next.begin(), next.end());
+    if (s.depthStack.empty() && s.maxPendingLevel <= level) return false;
+    return level < UnvisitedDepth - 1;
+}
+
+/// Labels every triangle of `mesh` with its depth (in the cells' `depth`).
+FloodCells floodDepths(const RyTriangulationImpl& mesh) {
+    DepthLabelling s;
+    s.cells = buildCells(mesh);
     // Seed: the first ghost (or auxiliary) triangle is outside everything.
+    const int n = int(mesh.triangles.size());
     for (int i = 0; i < n; ++i) {
-        PkMeshTriangle t = triangles[std::size_t(i)];
+        PkMeshTriangle t =
+            mesh.triangles[std::size_t(i)];  // a copy: the flag getters are not const
         if (t.isGhostTri() || t.isAux()) {
             s.depthStack.push_back(i);
             break;
         }
     }
-
-    FloodCell* const cells = s.cells.cells.get();
-    std::map<int, std::vector<int>> pendingLevels;
-    long long maxPendingLevel = 0;
-    int level = 0;
-    for (;;) {
-        // Flood this level: everything reachable without crossing a constraint edge.
-        int processed = 0;
-        bool capped = false;
-        while (!s.depthStack.empty()) {
-            const int t = s.depthStack.back();
-            s.depthStack.pop_back();
-            // Reaching t without a crossing voids any proposal made to it in this flood (held
-            // in its depth); after the flood, depth <= level tells that it was reached.
-            FloodCell& c = cells[t];
-            if (c.depth > level) c.depth = level;
-            for (int k = 0; k < 3; ++k) {
-                const int across = c.across[k];
-                if (across == kNoCell) continue;
-                const int m = int(unsigned(across) & ~kCandidateBit);
-                if (cells[m].depth <= level) continue;
-                int repeats = 0;
-                if (across < 0) {
-                    const int* v = triVerts(triangles[std::size_t(t)]);
-                    const int p = v[nextLocalIndex(k)];
-                    const int q = v[prevLocalIndex(k)];
-                    if (isConstraint(p < q ? p : q, p < q ? q : p, repeats)) {
-                        // Levels are capped well below the int range; a crossing count that
-                        // large cannot come from a real input.
-                        const long long proposed = std::min<long long>(
-                            (long long)level + 1 + repeats, (long long)UnvisitedDepth - 1);
-                        if (cells[m].depth == UnvisitedDepth) s.proposed.push_back(m);
-                        cells[m].depth = int(proposed);
-                        continue;
-                    }
-                }
-                s.depthStack.push_back(m);
-            }
-            if (processed >= maxIterations) {
-                capped = true;
-                break;
-            }
-            ++processed;
-        }
-
-        pendingLevels.erase(level);
-        for (int t : s.proposed) {
-            const int d = cells[t].depth;
-            if (d <= level) continue;  // reached in this flood after all
-            cells[t].depth = UnvisitedDepth;
-            if (capped) continue;
-            maxPendingLevel = std::max<long long>(maxPendingLevel, d);
-            pendingLevels[d].push_back(t);
-        }
-        s.proposed.clear();
-        ++level;
-
-        std::vector<int>& next = pendingLevels[level];
-        std::sort(next.begin(), next.end());
-        next.erase(std::unique(next.begin(), next.end()), next.end());
-        s.depthStack.assign(next.begin(), next.end());
-        if (s.depthStack.empty() && maxPendingLevel <= level) break;
-        if (level >= UnvisitedDepth - 1) break;
+    for (int level = 0;; ++level) {
+        const bool capped = floodLevel(mesh, s, level);
+        if (!nextLevel(s, level, capped)) break;
     }
     return std::move(s.cells);
 }

@@ -335,11 +335,7 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
             const KdNode& n = nodes[std::size_t(node)];
             if (descending && n.child0 == n.child1) {
                 // The leaf q falls in, whether or not the extent test below skips it.
-                path->reachedLeaf = true;
-                path->leaf = node;
-                path->axis = axis;
-                path->lo[0] = loX, path->lo[1] = loY;
-                path->hi[0] = hiX, path->hi[1] = hiY;
+                path->reach(node, axis, loX, loY, hiX, hiY);
             }
             // Beyond the described pruning, skip a subtree whose points all lie at least `best`
             // away: only a strictly smaller distance replaces the best, so the sequence of

@@ -136,6 +136,14 @@ private:
         int axis = 0;
         double lo[2] = {0.0, 0.0};
         double hi[2] = {0.0, 0.0};
+        /// The first descent reached leaf `node`, with this axis and box.
+        void reach(int node, int nodeAxis, double loX, double loY, double hiX, double hiY) {
+            reachedLeaf = true;
+            leaf = node;
+            axis = nodeAxis;
+            lo[0] = loX, lo[1] = loY;
+            hi[0] = hiX, hi[1] = hiY;
+        }
     };
 
     /// Working storage of nearestThenInsert (kept between calls, like the search stack).
