@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "state/RyTriangulationImpl.h"
+#include "cleanup/DuplicateVertices.h"
 
 namespace {
 

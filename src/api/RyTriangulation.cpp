@@ -4,6 +4,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "cleanup/DuplicateVertices.h"
 #include "state/RyTriangulationImpl.h"
 
 RyTriangulation::RyTriangulation() : impl(new RyTriangulationImpl) {

@@ -10,6 +10,8 @@
 //
 // Exception safety: everything is built in new lists; the caller's arrays are swapped in at the
 // very end, so std::bad_alloc or std::length_error leaves them unchanged.
+#include "cleanup/DuplicateVertices.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -17,7 +19,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "state/RyTriangulationImpl.h"
+#include "mesh/MeshFields.h"
 
 namespace {
 

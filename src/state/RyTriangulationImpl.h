@@ -192,8 +192,3 @@ struct RyTriangulationImpl {
 // Constraint-record helpers.
 void addOrigin(std::vector<PkMeshEdge>& list, const PkMeshEdge& edge);
 void mergeOrigins(std::vector<PkMeshEdge>& destination, const std::vector<PkMeshEdge>& source);
-// Input clean-up (touches only the caller's arrays).
-void deleteDuplicateVertices(std::vector<PkGePoint3d>& points, PkConvert2dVertex plane);
-void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
-                             std::vector<PkMeshEdge>& edges,
-                             PkConvert2dVertex plane);
