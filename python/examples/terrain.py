@@ -42,6 +42,8 @@ def main(out):
     s = rytri.triangulate(points, boundaries=[site], holes=[pond], breaklines=[road])
     print(f"{len(s.vertices)} vertices, {len(s.triangles)} triangles kept of {s.all_triangles}, "
           f"kept area {s.kept_area:.0f}")
+    v = s.volumes(110)  # against a level of 110; contour lines every 5
+    print(f"{len(s.contours(interval=5))} contour lines; cut {v.cut:.0f}, fill {v.fill:.0f}")
 
     x, y, z = s.vertices.T
     mesh = Triangulation(x, y, s.triangles)

@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "Inputs.h"
+#include "Products.h"
 #include "RySurface.h"
+#include "RySurfaceProducts.h"
 
 namespace rytri {
 
@@ -57,12 +59,12 @@ struct Result {
     std::size_t heightConflicts = 0;
     std::size_t crossingVertices = 0;
     std::size_t ignoredHolePoints = 0;
+    std::size_t trimmedTriangles = 0;
     py::list conflicts;        ///< (first, other, first z, other z), the first ten
     py::list missing;          ///< (line, from point, to point): breaklines left out
     py::list degenerateLines;  ///< lines that enclose or join nothing after merging
     py::list repeatedRings;    ///< (earlier, later) rings with the same vertices
-    // The TIN deliverables (contours, volumes) join here, converted the same way, once the
-    // surface layer computes them.
+    // Contours and volumes are methods (Products.h): they take arguments.
 };
 
 Result makeResult(ry::Surface&& s) {
@@ -106,6 +108,7 @@ std::string pythonWords(std::string text) {
         {"Duplicates::kFirst", "duplicates=\"first\""},
         {"(kMean)", "(duplicates=\"mean\")"},
         {"(defaultZ)", "(default_z)"},
+        {"a larger maximum edge length", "a larger max_edge"},
     };
     for (const auto& [from, to] : kWords) {
         for (std::size_t at = text.find(from); at != std::string::npos;
@@ -174,7 +177,8 @@ Result triangulate(const py::object& points,
                    const std::string& duplicates,
                    const py::object& defaultZ,
                    const py::object& holePoints,
-                   const py::object& progress) {
+                   const py::object& progress,
+                   const py::object& maxEdge) {
     Request request;
     readGeometry(request, points, edges, boundaries, holes, breaklines, holePoints);
     ry::SurfaceOptions& o = request.options;
@@ -189,6 +193,14 @@ Result triangulate(const py::object& points,
         o.defaultZ = defaultZ.cast<double>();
         if (!std::isfinite(o.defaultZ)) throw py::value_error("default_z must be finite");
     }
+    double trimEdge = 0.0;
+    if (!maxEdge.is_none()) {
+        trimEdge = maxEdge.cast<double>();
+        if (!(trimEdge > 0.0) || std::isinf(trimEdge)) {
+            throw py::value_error("max_edge must be a finite number > 0, not " +
+                                  std::string(py::repr(py::float_(trimEdge))));
+        }
+    }
     ProgressRelay relay;
     if (!progress.is_none()) {
         if (!PyCallable_Check(progress.ptr())) {
@@ -200,13 +212,17 @@ Result triangulate(const py::object& points,
     }
 
     ry::Surface surface;
+    std::size_t trimmed = 0;
     {
         py::gil_scoped_release release;
         surface = ry::buildSurface(request.input, o);
+        if (surface.ok() && trimEdge > 0.0) trimmed = ry::trimHull(surface, trimEdge);
     }
     if (relay.error) throw std::move(*relay.error);
     if (!surface.ok()) raiseFailure(surface);
-    return makeResult(std::move(surface));
+    Result result = makeResult(std::move(surface));
+    result.trimmedTriangles = trimmed;
+    return result;
 }
 
 const char* const kTriangulateDoc = R"(Triangulates points with optional constraint lines.
@@ -233,10 +249,14 @@ default_z: height of coordinates without z outside the points that have one.
 hole_points: (h, 2) array, for keep="hole_points" (as mesh generators' hole points).
 progress: None or callable(phase, done, total); returning False stops the call (error status
     "stopped"); an exception raised in it stops the call and propagates. It runs with the GIL.
+max_edge: None or a length > 0: removes, repeatedly, triangles with an edge on the border longer
+    than it, never one with an edge on a constraint line (as survey software trims the slivers
+    off an unbounded point cloud); trimmed_triangles counts them.
 
 Returns a Result. Raises ValueError for bad arguments and TriangulationError (attributes status,
 value, message, advice, library_status) when no surface can be built. The GIL is released
-during the triangulation; do not modify the input arrays from another thread meanwhile.)";
+during the triangulation; do not modify the input arrays from another thread meanwhile.
+The Result's contours() and volumes() give its contour lines and cut and fill volumes.)";
 
 }  // namespace
 
@@ -292,6 +312,28 @@ PYBIND11_MODULE(rytri, m) {
         .def_readonly("missing", &Result::missing)
         .def_readonly("degenerate_lines", &Result::degenerateLines)
         .def_readonly("repeated_rings", &Result::repeatedRings)
+        .def_readonly("trimmed_triangles", &Result::trimmedTriangles, "removed by max_edge")
+        .def(
+            "contours",
+            [](const Result& r,
+               const py::object& levels,
+               std::optional<double> interval,
+               double base) {
+                return rytri::contours(
+                    r.vertices, r.triangles, r.neighbors, levels, interval, base);
+            },
+            rytri::kContoursDoc,
+            py::arg("levels") = py::none(),
+            py::kw_only(),
+            py::arg("interval") = py::none(),
+            py::arg("base") = 0.0)
+        .def(
+            "volumes",
+            [](const Result& r, double datum) {
+                return rytri::volumes(r.vertices, r.triangles, datum);
+            },
+            rytri::kVolumesDoc,
+            py::arg("datum"))
         .def("__repr__", [](const Result& r) {
             return "<rytri.Result: " + std::to_string(py::len(r.vertices)) + " vertices, " +
                    std::to_string(py::len(r.triangles)) + " triangles, kept area " +
@@ -316,5 +358,7 @@ PYBIND11_MODULE(rytri, m) {
           py::arg("duplicates") = "first",
           py::arg("default_z") = py::none(),
           py::arg("hole_points") = py::none(),
-          py::arg("progress") = py::none());
+          py::arg("progress") = py::none(),
+          py::arg("max_edge") = py::none());
+    rytri::addProductTypes(m);
 }

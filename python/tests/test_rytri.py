@@ -1,5 +1,6 @@
 # The rytri module through its public call: scipy's Delaunay as an oracle, exact areas of rings,
-# every error path, arrays handed over without copies, the GIL released during the call.
+# every error path, arrays handed over without copies, the GIL released during the call; the
+# contours and volumes of a pyramid and a plane against closed forms.
 import math
 import threading
 import time
@@ -96,6 +97,7 @@ BAD_ARGUMENTS = [
     (dict(merge_distance=np.nan), "merge_distance must be"),
     (dict(default_z=np.inf), "default_z must be finite"),
     (dict(progress=3), "progress must be a callable"),
+    (dict(max_edge=0), r"max_edge must be a finite number > 0, not 0.0"),
 ]
 
 
@@ -119,6 +121,7 @@ FAILURES = [  # arguments, status, value, library status, words of the advice
     (dict(boundaries=[[0, 1, 2, 3]], holes=[[[2, -1, 0], [5, 2, 0], [2, 5, 0], [-1, 2, 0]]],
           split_crossing=False), "constraint missing", 5, 0, "split_crossing=True"),
     (dict(progress=lambda phase, done, total: phase != "vertices"), "stopped", 8, 0, ""),
+    (dict(max_edge=0.5), "nothing kept", 6, 0, "a larger max_edge"),
 ]
 
 
@@ -180,3 +183,86 @@ def test_other_threads_run_during_a_large_triangulation():
     # still wakes a sleeping thread many times in the call's half second or more.
     during = sum(start < t < end for t in ticks)
     assert during >= 10, f"{during} ticks in {end - start:.2f} s"
+
+
+def pyramid():
+    """z = 4 - max(|x|, |y|) on the integer grid of [-4, 4]^2 with its ridges as breaklines, so
+    every triangle lies in one face: the surface is the pyramid exactly."""
+    g = np.arange(-4, 5)
+    x, y = (a.ravel() for a in np.meshgrid(g, g))
+    ridges = [[(s * i + 4) * 9 + i + 4 for i in range(-4, 5)] for s in (1, -1)]
+    return rytri.triangulate(np.column_stack([x, y, 4 - np.maximum(abs(x), abs(y))]),
+                             breaklines=ridges)
+
+
+def test_pyramid_contours_are_squares_and_its_volumes_exact():
+    r = pyramid()
+    # Levels 0 to 4: none at the foot (every vertex counts as above) nor at the apex (a peak).
+    lines = r.contours(interval=1)
+    assert [(line.level, line.closed) for line in lines] == [(1, True), (2, True), (3, True)]
+    assert r.contours([]) == [] and len(r.contours([3.5, 0.5, 3.5, 9])) == 2
+    for line in lines + r.contours([3.5, 0.5, 3.5, 9]):
+        x, y, z = line.points.T
+        side = 4 - line.level
+        assert (np.maximum(abs(x), abs(y)) == side).all() and (z == line.level).all()
+        # Counter-clockwise around the higher ground; the first point is not repeated.
+        assert (x * np.roll(y, -1) - np.roll(x, -1) * y).sum() / 2 == (2 * side) ** 2
+    # Datum 1.5: a pyramid of height 2.5 on 5 x 5 above; below, the ring of squares of
+    # half-side s from 2.5 to 4, depth s - 2.5: integral of 8 s (s - 2.5) ds = 31.5.
+    expected = (1.5, 125 / 6, 31.5, 25, 39, 64, 64 * math.sqrt(2))
+    assert np.allclose(r.volumes(1.5), expected, rtol=1e-13, atol=0)
+    r.vertices[:, 2] += 1  # computed from the arrays as they stand
+    assert np.allclose(r.volumes(2.5), (2.5,) + expected[1:], rtol=1e-13, atol=0)
+
+
+def test_plane_contours_are_straight_and_its_volumes_exact():
+    corners = [[0, 0], [4, 0], [4, 4], [0, 4]]
+    xy = np.vstack([corners, np.random.default_rng(6).random((300, 2)) * 4])
+    r = rytri.triangulate(np.column_stack([xy, 3 * xy[:, 0] - xy[:, 1]]))
+    # Cut where 3x > y: the square but the triangle (0, 0), (0, 4), (4/3, 4), integrated by hand.
+    v = r.volumes(0)
+    assert np.allclose(v, (0, 608 / 9, 32 / 9, 40 / 3, 8 / 3, 16, 16 * math.sqrt(11)), rtol=1e-12)
+    assert (v.cut, v.fill_area, v.area_3d) == (v[1], v[4], v[6])
+    lines = r.contours(interval=2, base=1)  # heights from -4 to 12
+    assert [line.level for line in lines] == [-3, -1, 1, 3, 5, 7, 9, 11]
+    for level, p, closed in lines:
+        assert not closed and np.allclose(3 * p[:, 0] - p[:, 1], level, rtol=0, atol=1e-12)
+        assert ((p[[0, -1], :2] == 0) | (p[[0, -1], :2] == 4)).any(axis=1).all()
+        d = p[-1] - p[0]
+        assert 3 * -d[1] - d[0] > 0  # the rising side, (3, -1), on the left
+
+
+def test_max_edge_trims_the_slivers_off_the_hull_but_not_across_lines():
+    g = np.arange(5.0)
+    x, y = (a.ravel() for a in np.meshgrid(g, g))
+    points = np.column_stack([np.append(x, 2), np.append(y, -30)])  # a far point below the grid
+    r = rytri.triangulate(points, max_edge=1.5)
+    assert (r.kept_area, r.trimmed_triangles, len(r.triangles)) == (16, 4, 32)
+    check_mesh(r)
+    r = rytri.triangulate(points, max_edge=1.5, breaklines=[[25, 2]])  # to the far point
+    assert (r.kept_area, r.trimmed_triangles) == (46, 2)
+
+
+PRODUCT_ERRORS = [
+    (lambda r: r.contours(), "contours needs either levels or interval"),
+    (lambda r: r.contours([1], interval=1), "contours needs either levels or interval"),
+    (lambda r: r.contours(interval=0), "interval must be a finite number > 0, not 0.0"),
+    (lambda r: r.contours(interval=np.inf), "interval must be a finite number > 0, not inf"),
+    (lambda r: r.contours(interval=1e-9), "1e-09 gives more than 100000 levels"),
+    (lambda r: r.contours(interval=1, base=np.nan), "base must be finite, not nan"),
+    (lambda r: r.contours([1], base=1), "base goes with interval, not with levels"),
+    (lambda r: r.contours(1.0), "levels must be a 1-D array of numbers"),
+    (lambda r: r.contours(["a"]), "levels must be a 1-D array of numbers"),
+    (lambda r: r.contours([1, np.nan]), r"levels\[1\] is not finite \(nan\)"),
+    (lambda r: r.volumes(-np.inf), "datum must be finite, not -inf"),
+    (lambda r: r.triangles.__setitem__((1, 2), 8) or r.volumes(0),
+     r"the result's triangles\[1\] names vertex 8 of 8"),
+    (lambda r: r.neighbors.__setitem__((2, 0), -2) or r.contours([1]),
+     r"the result's neighbors\[2\] names triangle -2 of"),
+]
+
+
+@pytest.mark.parametrize("call, message", PRODUCT_ERRORS)
+def test_bad_product_arguments_raise_value_error(call, message):
+    with pytest.raises(ValueError, match=message):
+        call(rytri.triangulate(np.column_stack([SQUARE, SQUARE[:, 0]])))
