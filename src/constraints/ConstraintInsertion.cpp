@@ -192,9 +192,12 @@ PkTriangulationStatus findExit(RyTriangulationImpl& m,
             return StatusConstraintFailed;
         }
     }
-    cavity.left = {a, c};
-    cavity.right = {a, d};
-    cavity.crossed = {t};
+    for (std::vector<int>* list : {&cavity.left, &cavity.right, &cavity.crossed}) list->reserve(5);
+    cavity.left.push_back(a);
+    cavity.left.push_back(c);
+    cavity.right.push_back(a);
+    cavity.right.push_back(d);
+    cavity.crossed.push_back(t);
     cavity.boundary[PkMeshEdge(a, c)] = getNeighborAcrossEdge(m.triangles[std::size_t(t)], a, c);
     cavity.boundary[PkMeshEdge(a, d)] = getNeighborAcrossEdge(m.triangles[std::size_t(t)], a, d);
     cavity.last = t;
