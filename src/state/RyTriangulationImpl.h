@@ -1,4 +1,5 @@
-// The implementation record behind RyTriangulation: all mesh state and every operation on it.
+// The implementation record behind RyTriangulation: all mesh state, and the declarations of the
+// operations on it, each defined in the folder of its concern (named at each group below).
 #pragma once
 
 #include <cstdint>
@@ -12,10 +13,6 @@
 #include "mesh/MeshTopology.h"
 #include "predicates/Predicates.h"
 #include "spatial/VertexKdTree.h"
-
-struct RecordVertexView;
-struct RankedVertexView;
-struct CornerVertexView;
 
 /// Triangles that vertex insertion hands to the flip loop (at most four).
 struct CheckList {
@@ -96,7 +93,7 @@ struct RyTriangulationImpl {
     int allocateTriangle();
     void appendTriangle(const PkMeshTriangle& t);
 
-    // --- drivers -----------------------------------------------------------------------------
+    // --- the triangulation call (driver/; the loops in delaunay/ and accel/) ------------------
     /// Checks input, empties a used record, fills `vertices`, inserts every vertex.
     PkTriangulationStatus delaunayTriangulation(const std::vector<PkGePoint3d>& points);
     /// Appends one record per point (capacity reserved beforehand).
@@ -120,7 +117,7 @@ struct RyTriangulationImpl {
     /// Empties the mesh, output, locator and constraint records; keeps options and tolerance.
     void reset();
 
-    // --- point location and insertion --------------------------------------------------------
+    // --- point location and insertion (delaunay/) --------------------------------------------
     /// Randomised walk from the triangle of `startVertex` to the triangle holding `point`.
     /// Returns the triangle (sides[k]: the point against edge k) or -1.
     template <class View>
