@@ -15,6 +15,8 @@
 //      and the segment walked again; it then crosses one of the shorter edges to the apex, whose
 //      other side is a different triangle;
 // and only when none applies is the crossing refused (StatusConstraintFailed, nothing changed).
+// All of them rely on the rounded crossing lying within rounding of both segments; a crossing of
+// nearly parallel lines that rounding put farther off is refused before any plan.
 //
 // Termination: each plan queues pieces, and one input edge takes at most maxIterations pieces;
 // every loop here is bounded by a constant or by maxIterations. Beyond that bound, each plan
@@ -46,6 +48,27 @@ double stepUlps(double v, int k) {
     for (; k > 0; --k) v = std::nextafter(v, HUGE_VAL);
     for (; k < 0; ++k) v = std::nextafter(v, -HUGE_VAL);
     return v;
+}
+
+/// Whether the rounded crossing P of the lines A-B and U-W lies within rounding of both segments:
+/// off neither line, nor beyond an end of either, by more than kSnapReach of the largest
+/// coordinate it was computed from. Nearly parallel lines cross ill-conditioned; rounded, their
+/// crossing can land anywhere along them.
+bool onBothSegments(
+    const double* P, const double* A, const double* B, const double* U, const double* W) {
+    double magnitude = std::max(std::fabs(P[0]), std::fabs(P[1]));
+    for (const double* Q : {A, B, U, W}) {
+        magnitude = std::max({magnitude, std::fabs(Q[0]), std::fabs(Q[1])});
+    }
+    const double reach = kSnapReach * magnitude;
+    auto near = [&](const double* S, const double* T) {
+        const double ex = T[0] - S[0], ey = T[1] - S[1];
+        const double length = std::sqrt(ex * ex + ey * ey);
+        const double along = ((P[0] - S[0]) * ex + (P[1] - S[1]) * ey) / length;
+        return std::fabs(orient2d(S, T, P)) <= reach * length && along >= -reach &&
+               along <= length + reach;
+    };
+    return near(A, B) && near(U, W);
 }
 
 /// The vertex of triangle t that is neither u nor w.
@@ -167,6 +190,12 @@ PkTriangulationStatus RyTriangulationImpl::resolveCrossing(
     int t, int j, int n, int a, int b, PkGePoint3d p, std::vector<PkMeshEdge>& pendingEdges) {
     const int* v = triVerts(triangles[std::size_t(t)]);
     const PkMeshEdge crossed(v[nextLocalIndex(j)], v[prevLocalIndex(j)]);
+    // Every plan below takes the rounded crossing for the exact one; one far off either segment
+    // would bend a constraint past its ends.
+    auto xy = [&](int i) { return vertexXY(vertices[std::size_t(i)]); };
+    if (!onBothSegments(&p.x, xy(a), xy(b), xy(crossed.EdgeIndex1()), xy(crossed.EdgeIndex2()))) {
+        return StatusConstraintFailed;
+    }
     const CrossingPlan plan = planCrossing(t, j, n, p);
     int through = plan.vertex;
     switch (plan.kind) {
