@@ -248,7 +248,7 @@ bool triangulate(const MergedPoints& merged,
     points = std::vector<PkGePoint3d>();
     tri.deleteGhostTriangle();
     {
-        const std::vector<PkMeshTriangle> triangles = tri.getMeshTriangles();
+        const std::vector<PkMeshTriangle>& triangles = tri.meshTriangles();
         mesh.triangles.resize(3 * triangles.size());
         mesh.working.resize(3 * triangles.size());
         for (std::size_t t = 0; t < triangles.size(); ++t) {
@@ -258,7 +258,7 @@ bool triangulate(const MergedPoints& merged,
             }
         }
     }
-    const std::vector<PkMeshPoint3d> vertices = tri.getMeshVertices();
+    const std::vector<PkMeshPoint3d>& vertices = tri.meshVertices();
     mesh.xyz.resize(3 * vertices.size());
     for (std::size_t v = 0; v < vertices.size(); ++v) {
         const PkGePoint3d p = vertices[v].getPoint();
