@@ -1,5 +1,6 @@
 #include "io/OutputFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -10,7 +11,7 @@ namespace rytri {
 
 namespace {
 
-constexpr std::size_t kFlushSize = std::size_t(1) << 20;
+constexpr std::size_t kBufferSize = std::size_t(1) << 20;
 
 std::string reason(int error) {
     return std::strerror(error ? error : EIO);
@@ -24,7 +25,11 @@ void appendNumber(std::string& out, double value) {
     out.append(text, r.ptr);
 }
 
-OutputFile::OutputFile(std::string path) : target(std::move(path)) {}
+OutputFile::OutputFile(std::string path)
+    : target(std::move(path)),
+      buffer(new char[kBufferSize]),
+      cursor(buffer.get()),
+      limit(cursor + kBufferSize) {}
 
 OutputFile::~OutputFile() {
     if (file && mode != Mode::kStandardOutput) std::fclose(file);
@@ -32,7 +37,6 @@ OutputFile::~OutputFile() {
 }
 
 bool OutputFile::open(std::string& error) {
-    buffer.reserve(kFlushSize + 4096);
     if (isStandardOutput(target)) {
         mode = Mode::kStandardOutput;
         file = stdout;
@@ -62,29 +66,23 @@ bool OutputFile::open(std::string& error) {
 }
 
 void OutputFile::flush() {
-    if (file && !buffer.empty() && !failed &&
-        std::fwrite(buffer.data(), 1, buffer.size(), file) != buffer.size()) {
+    const std::size_t size = std::size_t(cursor - buffer.get());
+    if (file && size > 0 && !failed && std::fwrite(buffer.get(), 1, size, file) != size) {
         failed = true;
         writeErrno = errno;
     }
-    buffer.clear();
+    cursor = buffer.get();
 }
 
-void OutputFile::write(std::string_view text) {
-    buffer.append(text);
-    if (buffer.size() >= kFlushSize) flush();
-}
-
-void OutputFile::writeNumber(double value) {
-    appendNumber(buffer, value);
-    if (buffer.size() >= kFlushSize) flush();
-}
-
-void OutputFile::writeInteger(long long value) {
-    char text[24];
-    const std::to_chars_result r = std::to_chars(text, text + sizeof text, value);
-    buffer.append(text, r.ptr);
-    if (buffer.size() >= kFlushSize) flush();
+void OutputFile::writeLong(std::string_view text) {
+    // Fill the buffer, then whole buffers at a time: the bytes go out in the same order.
+    while (!text.empty()) {
+        const std::size_t part = std::min(text.size(), std::size_t(limit - cursor));
+        std::memcpy(cursor, text.data(), part);
+        cursor += part;
+        text.remove_prefix(part);
+        if (cursor == limit) flush();
+    }
 }
 
 bool OutputFile::close(std::string& error) {
