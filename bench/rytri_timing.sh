@@ -33,7 +33,7 @@ echo "medians over $rounds rounds, $n points:"
 for rytri in "$@"; do
     line="$rytri:"
     for key in read clean-up triangulate finish write peak_KiB; do
-        median=$(grep -F "$rytri " "$work/all" | grep -oE "$key [0-9]+" | awk '{ print $2 }' |
+        median=$(awk -v r="$rytri" '$1 == r' "$work/all" | grep -oE "$key [0-9]+" | awk '{ print $2 }' |
             sort -n | awk '{ v[NR] = $1 } END { print (NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2) }')
         line="$line $key $median"
     done
