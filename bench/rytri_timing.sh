@@ -23,8 +23,9 @@ for round in $(seq "$rounds"); do
     for rytri in "$@"; do
         /usr/bin/time -f "peak_KiB %M" "$rytri" "$work/points.xyz" -o "$work/out.obj" --stats \
             >"$work/log" 2>&1
-        figures=$(grep -oE "(read|clean-up|triangulate|finish|write) [0-9]+|peak_KiB [0-9]+" \
-            "$work/log" | tr '\n' ' ')
+        # --stats gives "N ms", or "X.Y s" from 10 s on: all in ms here.
+        figures=$(grep -oE "(read|clean-up|triangulate|finish|write) [0-9.]+ m?s|peak_KiB [0-9]+" \
+            "$work/log" | awk '{ print $1, ($3 == "s" ? $2 * 1000 : $2) }' | tr '\n' ' ')
         echo "$rytri round $round: $figures"
         echo "$rytri $figures" >>"$work/all"
     done
