@@ -14,6 +14,10 @@
 
 namespace rytri {
 
+/// Writes at `at` the shortest text that reads back as exactly `value`, as std::to_chars does
+/// (at most 24 characters); returns its end.
+char* writeShortest(char* at, double value);
+
 class OutputFile {
 public:
     explicit OutputFile(std::string path);
@@ -35,7 +39,7 @@ public:
     /// Appends the shortest text that reads back as exactly `value`.
     void writeNumber(double value) {
         if (limit - cursor < kNumberRoom) flush();
-        cursor = std::to_chars(cursor, limit, value).ptr;
+        cursor = writeShortest(cursor, value);
     }
     void writeInteger(long long value) {
         if (limit - cursor < kNumberRoom) flush();

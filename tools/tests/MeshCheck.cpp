@@ -6,6 +6,7 @@
 //   rytri_meshcheck same MESH1 MESH2 [--edges] [--ignore-z]
 //   rytri_meshcheck points MESH POINTS.xyz [ADDED]
 //   rytri_meshcheck svg FILE [--contains TEXT] [--lacks TEXT]...
+//   rytri_meshcheck shortest NAME.obj    (vertex numbers as std::to_chars writes them)
 //
 // MESH is NAME.obj (v, f, l lines) or NAME.ele (with NAME.node, and NAME.poly for the
 // constraint edges when it exists). Validation: indices in range; every triangle
@@ -17,6 +18,7 @@
 // unreadable files.
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -524,6 +526,34 @@ int checkPoints(const MeshFile& mesh, const std::string& path, long added) {
     return 0;
 }
 
+/// Every number of the file's vertex lines is written as std::to_chars writes the double it reads
+/// as: the shortest text that reads back as that double.
+int checkShortest(const std::string& path) {
+    std::ifstream in(path);
+    std::string line, field;
+    long numbers = 0;
+    while (std::getline(in, line)) {
+        if (line.rfind("v ", 0) != 0) continue;
+        std::istringstream fields(line.substr(2));
+        while (fields >> field) {
+            double value = 0;
+            std::from_chars(field.data(), field.data() + field.size(), value);
+            char text[32];
+            const std::string shortest(text, std::to_chars(text, text + sizeof text, value).ptr);
+            if (field != shortest) {
+                std::fprintf(stderr,
+                             "meshcheck: '%s' is not written '%s'\n",
+                             field.c_str(),
+                             shortest.c_str());
+                return 1;
+            }
+            ++numbers;
+        }
+    }
+    std::printf("shortest: %ld numbers\n", numbers);
+    return numbers > 0 ? 0 : 1;
+}
+
 int checkSvg(const std::string& path, int argc, char** argv) {
     std::ifstream in(path);
     if (!in) {
@@ -584,6 +614,7 @@ int main(int argc, char** argv) {
     }
     const std::string command = argv[1];
     if (command == "svg") return checkSvg(argv[2], argc - 3, argv + 3);
+    if (command == "shortest") return checkShortest(argv[2]);
     MeshFile first;
     if (!readMesh(argv[2], first)) return 2;
     if (command == "validate") return validate(first, argc - 3, argv + 3);

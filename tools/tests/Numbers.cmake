@@ -9,7 +9,8 @@ set(shortest
     "123456.78901234567 -9876543.210987654 1e-07"
     "-0.000123 5e+15 1.7976931348623157e+100"
     "3.141592653589793 2.718281828459045 -0"
-    "1000 -2000 4.9406564584124657e-60")
+    "1000 -2000 4.9406564584124657e-60"
+    "5e+06 1200000 1.2e+07")
 string(REPLACE ";" "\n" text "${shortest}")
 file(WRITE "${WORK}/exact.xyz" "${text}\n")
 # Other spellings of numbers read as the same doubles.
@@ -28,6 +29,12 @@ foreach(name exact spelled)
         message(FATAL_ERROR "${name}.xyz: vertices written as\n${written}\nexpected\n${expected}")
     endif()
 endforeach()
+
+# Many coordinates of nine decimals: read back as the same doubles, written as std::to_chars does.
+execute_process(COMMAND ${EMULATOR} "${BIGSITE}" 20000 3 site.xyz unused.txt WORKING_DIRECTORY "${WORK}")
+run_rytri(EXIT 0 ARGS site.xyz -o site.obj)
+check(points site.obj site.xyz)
+check(shortest site.obj)
 
 # A malformed field on line 3, and the message it must give.
 set(x "expected 'x y \\[z\\]': ")
