@@ -11,6 +11,7 @@
 //   constraints_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -198,6 +199,52 @@ void BM_HolesTotal(benchmark::State& state) {
     reportPeak(state, before);
 }
 
+/// The same path step by step in one run: the constrained call, deleteOuterTrianglesAndHoles,
+/// one pass over the kept triangles through the zero-copy accessor, and (timed apart) the same
+/// pass over a copy from getMeshTriangles. Counters per repetition: each step in ms and the whole
+/// paths over the call alone (path_accessor, target 1.2 at 1e6; path_getter).
+void BM_HolesEndToEnd(benchmark::State& state) {
+    const Workload& w = holesWorkload(int(state.range(0)));
+    using Clock = std::chrono::steady_clock;
+    auto ms = [](Clock::time_point a, Clock::time_point b) {
+        return std::chrono::duration<double, std::milli>(b - a).count();
+    };
+    double call = 0, finish = 0, read = 0, getter = 0;
+    for (auto _ : state) {
+        auto t = std::make_unique<RyTriangulation>();
+        startPeakMeasurement();
+        const Clock::time_point t0 = Clock::now();
+        if (t->delaunayTriangulationWithConstraints(w.points, w.edges) != StatusOk) {
+            state.SkipWithError("constrained triangulation");
+        }
+        const Clock::time_point t1 = Clock::now();
+        t->deleteOuterTrianglesAndHoles();
+        const Clock::time_point t2 = Clock::now();
+        long long sum = 0;
+        for (const PkMeshTriangle& m : t->meshTriangles()) sum += m.getVertexIndexAt(0);
+        const Clock::time_point t3 = Clock::now();
+        {
+            const std::vector<PkMeshTriangle> copy = t->getMeshTriangles();
+            for (const PkMeshTriangle& m : copy) sum -= m.getVertexIndexAt(0);
+        }
+        const Clock::time_point t4 = Clock::now();
+        if (sum != 0) state.SkipWithError("the copy differs");
+        call += ms(t0, t1);
+        finish += ms(t1, t2);
+        read += ms(t2, t3);
+        getter += ms(t3, t4);
+        state.SetIterationTime(std::chrono::duration<double>(t3 - t0).count());
+        t.reset();
+    }
+    const double k = double(state.iterations());
+    state.counters["call_ms"] = call / k;
+    state.counters["finish_ms"] = finish / k;
+    state.counters["read_ms"] = read / k;
+    state.counters["getter_ms"] = getter / k;
+    state.counters["path_accessor"] = (call + finish + read) / call;
+    state.counters["path_getter"] = (call + finish + getter) / call;
+}
+
 void BM_CrossingGridConstraintInsertion(benchmark::State& state) {
     const Workload& w = gridWorkload();
     std::size_t vertices = 0;
@@ -241,6 +288,7 @@ BENCHMARK(BM_HolesConstraintInsertion)->Arg(100000)->Arg(1000000)->Unit(benchmar
 BENCHMARK(BM_HolesRemoval)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HolesRemovalFullFlood)->Arg(1000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HolesTotal)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_HolesEndToEnd)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseManualTime();
 BENCHMARK(BM_CrossingGridConstraintInsertion)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CrossingGridTotal)->Unit(benchmark::kMillisecond);
 

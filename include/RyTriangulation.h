@@ -146,6 +146,14 @@ public:
     /// constraint crossing. Triangle indices refer to the working mesh.
     const std::vector<PkMeshPoint3d> getMeshVertices();
 
+    /// Zero-copy read access, an extension beside the copying getters above: the output list and
+    /// the vertex list themselves, with the same contents those getters would return. A reference
+    /// stays valid, and its elements unchanged, until the next non-const call on this object
+    /// (including assignment and destruction); read what you need before that, or take a copy.
+    /// Without an implementation record, empty lists.
+    const std::vector<PkMeshTriangle>& meshTriangles() const;
+    const std::vector<PkMeshPoint3d>& meshVertices() const;
+
     /// Sets the band around zero within which an orientation or in-circle determinant (not a
     /// distance) counts as zero; default 1e-9. Negative or NaN behaves as 0.
     /// The determinants are in the input's units: twice a signed triangle area (length^2) and the

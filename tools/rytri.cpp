@@ -415,6 +415,8 @@ int run(const Options& o) {
     Progress progress(o.progress > 0, o.quiet);
     SurfaceBuffers buffers;
     makeInput(site, o, buffers);
+    // Nothing reads the points again (messages name them by origin): free them for the build.
+    site.points = std::vector<PkGePoint3d>();
     ry::SurfaceOptions options = surfaceOptions(o, rule, progress);
     options.keepRemoved = std::any_of(planned.begin(), planned.end(), [](const PlannedOutput& p) {
         return p.kind == PlannedOutput::kSvg;

@@ -96,6 +96,23 @@ const std::vector<PkMeshPoint3d> RyTriangulation::getMeshVertices() {
     return impl->vertices;
 }
 
+namespace {
+/// What the accessors return without a record.
+template <class T>
+const std::vector<T>& noEntries() {
+    static const std::vector<T> empty;
+    return empty;
+}
+}  // namespace
+
+const std::vector<PkMeshTriangle>& RyTriangulation::meshTriangles() const {
+    return impl ? impl->meshTriangles : noEntries<PkMeshTriangle>();
+}
+
+const std::vector<PkMeshPoint3d>& RyTriangulation::meshVertices() const {
+    return impl ? impl->vertices : noEntries<PkMeshPoint3d>();
+}
+
 void RyTriangulation::setProgressCallback(PkProgressCallback callback, void* context) {
     if (!impl) return;
     impl->progress = callback;

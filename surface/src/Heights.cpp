@@ -26,8 +26,7 @@ MeshTopology heightSurface(const MergedPoints& m, const SurfaceOptions& options)
     tri.setCDTTolerence(options.cdtTolerance);
     if (points.size() < 3 || tri.delaunayTriangulation(points) != StatusOk) return MeshTopology();
     tri.deleteGhostTriangle();
-    const std::vector<PkMeshTriangle> triangles = tri.getMeshTriangles();
-    for (const PkMeshTriangle& t : triangles) {
+    for (const PkMeshTriangle& t : tri.meshTriangles()) {
         for (int k = 0; k < 3; ++k) {
             mesh.triangles.push_back(t.getVertexIndexAt(k));
             mesh.working.push_back(t.getNeighborIndex(k));

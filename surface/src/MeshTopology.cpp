@@ -8,6 +8,8 @@
 #include "MeshTopology.h"
 
 #include <algorithm>
+#include <limits>
+#include <stdexcept>
 
 #include "Orient.h"
 
@@ -49,6 +51,11 @@ void pairBySorting(MeshTopology& mesh, std::vector<std::int32_t>& left) {
 }  // namespace
 
 void buildAdjacency(MeshTopology& mesh, const std::vector<std::int32_t>& working) {
+    // Half-edges are numbered in 32 bits, three a triangle: past that (some 3.6e8 points) every
+    // index would be wrong. buildSurface reports the error as too many points for the indices.
+    if (mesh.triangles.size() > std::size_t(std::numeric_limits<std::int32_t>::max())) {
+        throw std::length_error("too many triangles for 32-bit half-edge indices");
+    }
     const std::int64_t m = std::int64_t(mesh.triangleCount());
     mesh.twin.assign(mesh.triangles.size(), -1);
     std::vector<std::int32_t> left;

@@ -237,18 +237,21 @@ bool triangulate(const MergedPoints& merged,
             edges.emplace_back(chains.chain[first + k], chains.chain[first + (k + 1) % count]);
         }
     }
-    RyTriangulation tri(o.spatialSort, o.splitCrossing);
-    tri.setCDTTolerence(o.cdtTolerance);
-    if (o.progress) tri.setProgressCallback(forwardProgress, const_cast<SurfaceOptions*>(&o));
-    const PkTriangulationStatus status =
-        edges.empty() ? tri.delaunayTriangulation(points)
-                      : tri.delaunayTriangulationWithConstraints(points, edges);
-    if (status == StatusStopped) return fail(s, SurfaceStatus::kStopped, "stopped");
-    if (status != StatusOk) return failTriangulation(int(status), o, s);
-    points = std::vector<PkGePoint3d>();
-    tri.deleteGhostTriangle();
+    // The library's arrays are gone before the positions are copied, which keeps the peak down:
+    // its vertices are the merged points unchanged, then those made at crossings (kept aside).
+    std::vector<double> crossings;
     {
-        const std::vector<PkMeshTriangle> triangles = tri.getMeshTriangles();
+        RyTriangulation tri(o.spatialSort, o.splitCrossing);
+        tri.setCDTTolerence(o.cdtTolerance);
+        if (o.progress) tri.setProgressCallback(forwardProgress, const_cast<SurfaceOptions*>(&o));
+        const PkTriangulationStatus status =
+            edges.empty() ? tri.delaunayTriangulation(points)
+                          : tri.delaunayTriangulationWithConstraints(points, edges);
+        if (status == StatusStopped) return fail(s, SurfaceStatus::kStopped, "stopped");
+        if (status != StatusOk) return failTriangulation(int(status), o, s);
+        points = std::vector<PkGePoint3d>();
+        tri.deleteGhostTriangle();
+        const std::vector<PkMeshTriangle>& triangles = tri.meshTriangles();
         mesh.triangles.resize(3 * triangles.size());
         mesh.working.resize(3 * triangles.size());
         for (std::size_t t = 0; t < triangles.size(); ++t) {
@@ -257,15 +260,15 @@ bool triangulate(const MergedPoints& merged,
                 mesh.working[3 * t + std::size_t(k)] = triangles[t].getNeighborIndex(k);
             }
         }
+        const std::vector<PkMeshPoint3d>& vertices = tri.meshVertices();
+        for (std::size_t v = merged.size(); v < vertices.size(); ++v) {
+            const PkGePoint3d p = vertices[v].getPoint();
+            crossings.insert(crossings.end(), {p.x, p.y, p.z});
+        }
     }
-    const std::vector<PkMeshPoint3d> vertices = tri.getMeshVertices();
-    mesh.xyz.resize(3 * vertices.size());
-    for (std::size_t v = 0; v < vertices.size(); ++v) {
-        const PkGePoint3d p = vertices[v].getPoint();
-        mesh.xyz[3 * v] = p.x;
-        mesh.xyz[3 * v + 1] = p.y;
-        mesh.xyz[3 * v + 2] = p.z;
-    }
+    mesh.xyz.reserve(merged.xyz.size() + crossings.size());
+    mesh.xyz = merged.xyz;
+    mesh.xyz.insert(mesh.xyz.end(), crossings.begin(), crossings.end());
     return true;
 }
 

@@ -89,6 +89,14 @@ bool parsePointLine(std::string_view line,
     std::string what;
     out.hasZ = false;
     if (spec.plain()) {
+        // Two or three numbers and nothing else, in one pass; any other line goes the way below,
+        // which counts the fields first and names what is wrong.
+        FieldReader fast(line);
+        if (fast.number(out.x, what) && fast.number(out.y, what)) {
+            out.hasZ = !fast.atEnd();
+            if ((!out.hasZ || fast.number(out.z, what)) && fast.atEnd()) return true;
+        }
+        out.hasZ = false;
         const int count = fields.remaining();
         if (count > 3) {
             error = std::to_string(count) +

@@ -4,11 +4,19 @@
 // path is written in place, and "-" is standard output.
 #pragma once
 
+#include <charconv>
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
 namespace rytri {
+
+/// Writes at `at` the shortest text that reads back as exactly `value`, as std::to_chars does
+/// (at most 24 characters); returns its end.
+char* writeShortest(char* at, double value);
 
 class OutputFile {
 public:
@@ -21,11 +29,22 @@ public:
     /// Creates the temporary file (or opens the path in place); false with a message naming the
     /// target on failure.
     bool open(std::string& error);
-    /// Buffered append.
-    void write(std::string_view text);
+    /// Buffered append. Numbers are formatted straight into the buffer (these run millions of
+    /// times for a large mesh).
+    void write(std::string_view text) {
+        if (text.size() > std::size_t(limit - cursor)) return writeLong(text);
+        std::memcpy(cursor, text.data(), text.size());
+        cursor += text.size();
+    }
     /// Appends the shortest text that reads back as exactly `value`.
-    void writeNumber(double value);
-    void writeInteger(long long value);
+    void writeNumber(double value) {
+        if (limit - cursor < kNumberRoom) flush();
+        cursor = writeShortest(cursor, value);
+    }
+    void writeInteger(long long value) {
+        if (limit - cursor < kNumberRoom) flush();
+        cursor = std::to_chars(cursor, limit, value).ptr;
+    }
     /// Flushes and closes the file (a temporary one is not yet visible under its name); false
     /// with a message when anything could not be written.
     bool close(std::string& error);
@@ -37,14 +56,19 @@ public:
 
 private:
     enum class Mode { kReplace, kInPlace, kStandardOutput };
+    /// Room for any number's text (a double's shortest form takes at most 24 characters).
+    static constexpr std::ptrdiff_t kNumberRoom = 32;
     void flush();
+    void writeLong(std::string_view text);
 
     std::string target;
     std::string resolved;  ///< the file written: the target of a symbolic link
     std::string temporary;
     Mode mode = Mode::kReplace;
     std::FILE* file = nullptr;
-    std::string buffer;
+    std::unique_ptr<char[]> buffer;
+    char* cursor = nullptr;  ///< the end of what is buffered
+    char* limit = nullptr;   ///< the end of the buffer
     bool failed = false;
     int writeErrno = 0;
     bool committed = false;

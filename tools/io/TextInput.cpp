@@ -123,6 +123,19 @@ int FieldReader::remaining() const {
 }
 
 bool FieldReader::number(double& value, std::string& what) {
+    // One pass for a well-formed number: the parse stops where the field ends (no separator can
+    // be part of a number), so it takes exactly what the field-by-field way below accepts.
+    skipSeparators();
+    const char* const text = rest.data();
+    const char* const textEnd = text + rest.size();
+    const char* const start = text != textEnd && *text == '+' ? text + 1 : text;
+    const std::from_chars_result fast = std::from_chars(start, textEnd, value);
+    if (fast.ec == std::errc() && (fast.ptr == textEnd || isSeparator(*fast.ptr)) &&
+        std::isfinite(value)) {
+        rest.remove_prefix(std::size_t(fast.ptr - text));
+        return true;
+    }
+    // Anything else again field by field, for the message.
     std::string_view field = peek();
     if (field.empty()) {
         what = "a number is missing";

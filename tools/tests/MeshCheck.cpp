@@ -4,11 +4,13 @@
 //   rytri_meshcheck same MESH1 MESH2 [--edges] [--ignore-z]
 //   rytri_meshcheck points MESH POINTS.xyz [ADDED]
 //   rytri_meshcheck svg FILE [--contains TEXT] [--lacks TEXT]...
+//   rytri_meshcheck shortest NAME.obj    (vertex numbers as std::to_chars writes them)
 //
 // MESH is NAME.obj or NAME.ele (with NAME.node, and NAME.poly for constraint edges if present).
 // Validation as PlainMesh (band 1e-9), plus the kept area, the hull covered, unused vertices.
 // Exit 0 when every check passes, 1 with the problems listed, 2 on unreadable files or usage.
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -217,6 +219,25 @@ int svg(const std::string& path, const std::vector<std::string>& options) {
     return report(problems, "svg ok: " + std::to_string(text.size()) + " bytes");
 }
 
+/// Every number of the vertex lines is the shortest text that reads back as its double.
+int shortest(const std::string& path) {
+    std::ifstream in(path);
+    std::string line, field;
+    std::vector<std::string> problems;
+    long numbers = 0;
+    while (std::getline(in, line) && problems.empty()) {
+        std::istringstream fields(line.rfind("v ", 0) == 0 ? line.substr(2) : "");
+        for (double value = 0; fields >> field; ++numbers) {
+            std::from_chars(field.data(), field.data() + field.size(), value);
+            char text[32];
+            const std::string best(text, std::to_chars(text, text + sizeof text, value).ptr);
+            if (field != best) problems.push_back("'" + field + "' is not written '" + best + "'");
+        }
+    }
+    if (numbers == 0) problems.push_back("no vertex numbers");
+    return report(problems, "shortest: " + std::to_string(numbers) + " numbers");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -225,6 +246,7 @@ int main(int argc, char** argv) {
     auto has = [&](const char* flag) { return std::count(rest.begin(), rest.end(), flag) > 0; };
     MeshFile first, second;
     if (command == "svg") return svg(argv[2], rest);
+    if (command == "shortest") return shortest(argv[2]);
     if (command == "validate") return readMesh(argv[2], first) ? validate(first, rest) : 2;
     if (command == "points" && argc >= 4 && readMesh(argv[2], first))
         return points(first, argv[3], argc >= 5 ? std::stol(argv[4]) : 0);
