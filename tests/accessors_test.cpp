@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "RyTriangulation.h"
-#include "support/PointGenerators.h"
+#include "support/TestSupport.h"
 #include "support/RingGenerator.h"
 
 namespace {
