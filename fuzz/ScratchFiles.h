@@ -13,12 +13,13 @@
 
 namespace scratch {
 
-/// TMPDIR/PREFIX_PID, created on the first call.
+/// TMPDIR/PREFIX_PID, created on the first call. Never destroyed: the exit handler that removes
+/// the directory is registered before a static's destructor would be, so it would run after it.
 inline const std::filesystem::path& directory(const char* prefix) {
-    static const std::filesystem::path path = [prefix] {
-        const auto p =
-            std::filesystem::temp_directory_path() / (prefix + std::to_string(::getpid()));
-        std::filesystem::create_directories(p);
+    static const std::filesystem::path& path = *[prefix] {
+        auto* p = new std::filesystem::path(std::filesystem::temp_directory_path() /
+                                            (prefix + std::to_string(::getpid())));
+        std::filesystem::create_directories(*p);
         std::atexit([] { std::filesystem::remove_all(directory(nullptr)); });
         return p;
     }();

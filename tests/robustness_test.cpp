@@ -151,7 +151,7 @@ std::vector<Row> rows() {
          3},
         {"band_fold_refused", fold, folding, StatusConstraintFailed, none, 1000000, 1e-6, false},
         // Small meshes built within a limit of 5 whose next step meets it exactly: the walk to
-        // the last point, and the turn around vertex 0 towards 4.
+        // the last point, and the turn around vertex 0 towards 4 (under glibc's rand sequence).
         {"walk_limit_exact",
          parse("27 46 30 21 11 59 48 9 61 17"),
          {},
