@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "RyTriangulation.h"
-#include "support/TestSupport.h"
 #include "support/RingGenerator.h"
+#include "support/TestSupport.h"
 
 namespace {
 
