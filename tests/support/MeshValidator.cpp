@@ -91,17 +91,20 @@ struct Geometry {
                 // rounding at the band's edge from reporting what the flip test accepted.
                 const double value = std::min(incircle(at[v[0]], at[v[1]], at[v[2]], at[d]),
                                               incircle(at[u[0]], at[u[1]], at[u[2]], at[p]));
-                // A vertex made at a crossing is rounded off the edge it split, and the flips
-                // test it as if on that edge: allow a miss of rounding size (relative to the
-                // quadrilateral's size to the fourth), never a missed flip.
+                // A vertex made at a crossing is rounded off the edge it split (by up to 2^-40 of
+                // the largest coordinate involved), and the flips test it as if on that edge:
+                // allow a miss of that displacement times the quadrilateral's size cubed, never
+                // a missed flip.
                 double slack = 0;
                 if (std::max({a, b, p, d}) >= c.crossingsFrom) {
-                    double size = 0;
-                    for (const int w : {b, p, d}) {
-                        for (int k = 0; k < 2; ++k)
+                    double size = 0, largest = 0;
+                    for (const int w : {a, b, p, d}) {
+                        for (int k = 0; k < 2; ++k) {
                             size = std::max(size, std::fabs(at[w][k] - at[a][k]));
+                            largest = std::max(largest, std::fabs(at[w][k]));
+                        }
                     }
-                    slack = 0x1p-30 * (size * size) * (size * size);
+                    slack = 0x1p-34 * largest * size * size * size;
                 }
                 if (!(value <= band + slack))
                     r.add("edge " + str(a, b) + " is not locally Delaunay");
