@@ -104,7 +104,8 @@ struct Geometry {
                             largest = std::max(largest, std::fabs(at[w][k]));
                         }
                     }
-                    slack = 0x1p-34 * largest * size * size * size;
+                    if (c.crossingSlack < 0) continue;
+                    slack = c.crossingSlack * largest * size * size * size;
                 }
                 if (!(value <= band + slack))
                     r.add("edge " + str(a, b) + " is not locally Delaunay");

@@ -31,6 +31,9 @@ struct Checks {
     /// Vertices from this index on were made at crossings: allowed a rounding-sized in-circle miss
     /// (their positions are rounded), each on two of the input segments.
     int crossingsFrom = INT_MAX;
+    /// In-circle slack at such vertices, in units of (largest coordinate) x (size)^3; negative:
+    /// edges at them are not tested (arbitrary fuzz input, see fuzz/README.md).
+    double crossingSlack = 0x1p-34;
     /// The input segments (default: `required`) that crossing vertices and origins must lie on.
     std::vector<PkMeshEdge> inputs;
 };
