@@ -154,9 +154,9 @@ int parseChoice(const std::string& arg, const std::string& v, bool present, Opti
         if (v != "m" && v != "ft" && v != "usft") return usageError("--units takes m, ft or usft");
         o.units = v == "m" ? Units::kMeter : v == "ft" ? Units::kFoot : Units::kUsSurveyFoot;
     } else if (arg == "--columns") {
-        ColumnSpec spec;
+        ColumnLayout layout;
         std::string error;
-        if (!parseColumns(v, spec, error)) return usageError("--columns " + v + ": " + error);
+        if (!parseColumns(v, layout, error)) return usageError("--columns " + v + ": " + error);
         o.read.columns = v;
     } else {
         return -1;

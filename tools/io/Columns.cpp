@@ -35,7 +35,7 @@ char letterOf(std::string_view name) {
     return '-';
 }
 
-bool validSpec(const std::string& fields, std::string& error) {
+bool validLayout(const std::string& fields, std::string& error) {
     for (char c : std::string("PNEZD")) {
         const auto count = std::count(fields.begin(), fields.end(), c);
         if (count > 1) {
@@ -52,8 +52,8 @@ bool validSpec(const std::string& fields, std::string& error) {
 
 }  // namespace
 
-bool parseColumns(std::string_view text, ColumnSpec& spec, std::string& error) {
-    spec.fields.clear();
+bool parseColumns(std::string_view text, ColumnLayout& layout, std::string& error) {
+    layout.fields.clear();
     for (char c : text) {
         c = char(std::toupper(static_cast<unsigned char>(c)));
         if (c == 'X') c = 'E';
@@ -62,12 +62,12 @@ bool parseColumns(std::string_view text, ColumnSpec& spec, std::string& error) {
             error = std::string("unknown column letter '") + c + "' (use P, N, E, Z, D, X, Y or -)";
             return false;
         }
-        spec.fields += c;
+        layout.fields += c;
     }
-    return validSpec(spec.fields, error);
+    return validLayout(layout.fields, error);
 }
 
-bool headerColumns(std::string_view line, ColumnSpec& spec) {
+bool headerColumns(std::string_view line, ColumnLayout& layout) {
     FieldReader fields(line);
     std::string letters;
     while (!fields.atEnd()) {
@@ -76,19 +76,19 @@ bool headerColumns(std::string_view line, ColumnSpec& spec) {
         fields.skip();
     }
     std::string error;
-    if (!validSpec(letters, error)) return false;
-    spec.fields = letters;
+    if (!validLayout(letters, error)) return false;
+    layout.fields = letters;
     return true;
 }
 
 bool parsePointLine(std::string_view line,
-                    const ColumnSpec& spec,
+                    const ColumnLayout& layout,
                     PointFields& out,
                     std::string& error) {
     FieldReader fields(line);
     std::string what;
     out.hasZ = false;
-    if (spec.plain()) {
+    if (layout.plain()) {
         // Two or three numbers and nothing else, in one pass; any other line goes the way below,
         // which counts the fields first and names what is wrong.
         FieldReader fast(line);
@@ -113,7 +113,7 @@ bool parsePointLine(std::string_view line,
         return true;
     }
     bool hasX = false, hasY = false;
-    for (char c : spec.fields) {
+    for (char c : layout.fields) {
         if (fields.atEnd()) break;
         double* target = c == 'E' ? &out.x : c == 'N' ? &out.y : c == 'Z' ? &out.z : nullptr;
         if (c == 'P') out.id = fields.peek();
@@ -123,13 +123,13 @@ bool parsePointLine(std::string_view line,
             continue;
         }
         if (!fields.number(*target, what)) {
-            error = "expected columns " + spec.fields + ": " + what;
+            error = "expected columns " + layout.fields + ": " + what;
             return false;
         }
         (c == 'E' ? hasX : c == 'N' ? hasY : out.hasZ) = true;
     }
     if (!hasX || !hasY) {
-        error = "expected columns " + spec.fields + ": the easting or northing is missing";
+        error = "expected columns " + layout.fields + ": the easting or northing is missing";
         return false;
     }
     return true;

@@ -10,7 +10,7 @@ namespace rytri {
 /// One letter per field: P point id, N northing (y), E easting (x), Z height, D description
 /// (the rest of the line), '-' a field to skip. Empty: the plain 'x y [z]' of two or three
 /// fields.
-struct ColumnSpec {
+struct ColumnLayout {
     std::string fields;
 
     bool plain() const { return fields.empty(); }
@@ -20,11 +20,11 @@ struct ColumnSpec {
 /// Parses a --columns value such as PNEZD, PENZD, NEZ, ENZ, XYZ or XY (X is E, Y is N; '-'
 /// skips a field). False with a reason when E and N are not there exactly once each, or a
 /// letter repeats or is unknown.
-bool parseColumns(std::string_view text, ColumnSpec& spec, std::string& error);
+bool parseColumns(std::string_view text, ColumnLayout& layout, std::string& error);
 
 /// Reads a header line such as "point,northing,easting,elevation,description" or "x y z"; true
 /// when it names easting and northing (unknown names become skipped fields).
-bool headerColumns(std::string_view line, ColumnSpec& spec);
+bool headerColumns(std::string_view line, ColumnLayout& layout);
 
 /// The fields of one point line.
 struct PointFields {
@@ -33,9 +33,9 @@ struct PointFields {
     std::string_view id;
 };
 
-/// Parses one line by `spec`; false with a reason ("expected ...: why").
+/// Parses one line by `layout`; false with a reason ("expected ...: why").
 bool parsePointLine(std::string_view line,
-                    const ColumnSpec& spec,
+                    const ColumnLayout& layout,
                     PointFields& out,
                     std::string& error);
 

@@ -432,14 +432,14 @@ namespace {
 bool readHeader(LineCursor& lines,
                 const std::string& path,
                 const ReadOptions& options,
-                ColumnSpec& spec,
+                ColumnLayout& layout,
                 Site& site) {
     const std::string_view head = FieldReader(lines.line()).peek();
     const char c = head.empty() ? '0' : head.front();
     const bool word = std::isalpha(static_cast<unsigned char>(c)) && head != "inf" &&
                       head != "nan" && head != "infinity";
     if (!word) return false;
-    if (options.columns.empty() && headerColumns(lines.line(), spec)) return true;
+    if (options.columns.empty() && headerColumns(lines.line(), layout)) return true;
     site.warnings.push_back(
         located(path,
                 lines.lineNumber(),
@@ -512,8 +512,8 @@ bool readPointList(const std::string& path,
                    std::string& error) {
     std::string text;
     if (!readWholeFile(path, text, error)) return false;
-    ColumnSpec spec;
-    if (!options.columns.empty() && !parseColumns(options.columns, spec, error)) return false;
+    ColumnLayout layout;
+    if (!options.columns.empty() && !parseColumns(options.columns, layout, error)) return false;
     // Rough count for one reservation: about 25 bytes per point line.
     site.points.reserve(text.size() / 25 + 16);
     site.origins.reserve(text.size() / 25 + 16);
@@ -521,9 +521,9 @@ bool readPointList(const std::string& path,
     int lineWithoutZ = 0;
     PointFields fields;
     for (bool first = true; lines.next(); first = false) {
-        if (first && readHeader(lines, path, options, spec, site)) continue;
+        if (first && readHeader(lines, path, options, layout, site)) continue;
         std::string what;
-        if (!parsePointLine(lines.line(), spec, fields, what)) {
+        if (!parsePointLine(lines.line(), layout, fields, what)) {
             error = located(path, lines.lineNumber(), what);
             return false;
         }
@@ -532,7 +532,7 @@ bool readPointList(const std::string& path,
         site.points.emplace_back(
             fields.x, fields.y, fields.hasZ ? fields.z : std::numeric_limits<double>::quiet_NaN());
         site.origins.push_back({0, lines.lineNumber()});
-        if (spec.has('P')) site.ids.emplace_back(fields.id);
+        if (layout.has('P')) site.ids.emplace_back(fields.id);
     }
     return settleHeights(site, 0, lineWithoutZ, options, path, error);
 }
