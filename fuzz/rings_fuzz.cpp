@@ -30,7 +30,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     rytest::Checks checks;
     checks.crossingsFrom = int(in.points.size());
-    checks.crossingSlack = -1;  // as in the triangulation harness (fuzz/README.md)
     checks.inputs = in.edges;
     if (status == StatusOk) checks.required = in.edges;
     std::string found = status == StatusOk || status == StatusConstraintFailed

@@ -262,9 +262,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     checks.geometry = exact;
     checks.allowDegenerate = n == 3;
     checks.crossingsFrom = n;
-    // Edges at crossing vertices can miss the in-circle test by more than rounding on
-    // ill-conditioned input (an open defect, fuzz/README.md): not tested here yet.
-    checks.crossingSlack = -1;
     if (s1 == StatusOk) {
         const std::string found = rytest::validate(record(plain), checks);
         require(found.empty(), "delaunayTriangulation:\n" + found);

@@ -204,9 +204,10 @@ PkTriangulationStatus RyTriangulationImpl::resolveCrossing(
         case CrossingPlan::kSplit:
             through = splitConstraintEdge(crossed, p, t);
             if (through < 0) return StatusFailed;
-            // The flips after the split test only the edges opposite the new vertex; off the
-            // rounded crossing, check the edges at it too.
-            if (plan.moved || !suspectEdges.empty()) noteEdgesAround(through);
+            // The flips after the split test only the edges opposite the new vertex. The vertex
+            // is rounded off the constraint it splits, so an edge at it may fail the test by a
+            // rounding; left alone, a later cavity next to it would build on the miss.
+            noteEdgesAround(through);
             break;
         case CrossingPlan::kInsert: {
             through = int(vertices.size());

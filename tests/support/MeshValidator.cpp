@@ -91,23 +91,7 @@ struct Geometry {
                 // rounding at the band's edge from reporting what the flip test accepted.
                 const double value = std::min(incircle(at[v[0]], at[v[1]], at[v[2]], at[d]),
                                               incircle(at[u[0]], at[u[1]], at[u[2]], at[p]));
-                // A vertex made at a crossing is rounded off the edge it split (by up to 2^-40 of
-                // the largest coordinate involved), and the flips test it as if on that edge:
-                // allow a miss of that displacement times the quadrilateral's size cubed, never
-                // a missed flip.
-                double slack = 0;
-                if (std::max({a, b, p, d}) >= c.crossingsFrom) {
-                    double size = 0, largest = 0;
-                    for (const int w : {a, b, p, d}) {
-                        for (int k = 0; k < 2; ++k) {
-                            size = std::max(size, std::fabs(at[w][k] - at[a][k]));
-                            largest = std::max(largest, std::fabs(at[w][k]));
-                        }
-                    }
-                    if (c.crossingSlack < 0) continue;
-                    slack = c.crossingSlack * largest * size * size * size;
-                }
-                if (!(value <= band + slack))
+                if (!(value <= band))
                     r.add("edge " + str(a, b) + " is not locally Delaunay");
             }
         }

@@ -28,12 +28,9 @@ struct Checks {
     bool allowMissing = false;
     /// Segments that must be chains of constraint edges through vertices on them.
     std::vector<PkMeshEdge> required;
-    /// Vertices from this index on were made at crossings: allowed a rounding-sized in-circle miss
-    /// (their positions are rounded), each on two of the input segments.
+    /// Vertices from this index on were made at crossings: each lies on two of the input segments
+    /// (within the rounding of a crossing).
     int crossingsFrom = INT_MAX;
-    /// In-circle slack at such vertices, in units of (largest coordinate) x (size)^3; negative:
-    /// edges at them are not tested (arbitrary fuzz input, see fuzz/README.md).
-    double crossingSlack = 0x1p-34;
     /// The input segments (default: `required`) that crossing vertices and origins must lie on.
     std::vector<PkMeshEdge> inputs;
 };
