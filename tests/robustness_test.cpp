@@ -112,7 +112,6 @@ std::vector<Row> rows() {
     const Left throughEnd{7, -1, -1, PkMeshEdge(3, 4)};
     // Splitting 2-3 at the crossing needs more flips than 3: the vertex stays, 2-3 stays whole.
     const Left unsplit{6, -1, 1};
-    const Left stopped5{5, -1};
     const Points turn = parse("6 5 13 12 12 13 1 5 3 2 4 14 0 8 4 0");
     return {
         {"too_few_points", uniformPoints(2, 1), {}, StatusTooFewPoints, refused},
@@ -150,17 +149,18 @@ std::vector<Row> rows() {
          unsplit,
          3},
         {"band_fold_refused", fold, folding, StatusConstraintFailed, none, 1000000, 1e-6, false},
-        // Small meshes built within a limit of 5 whose next step meets it exactly: the walk to
-        // the last point, and the turn around vertex 0 towards 4 (under glibc's rand sequence).
+        // Small meshes whose next step meets the limit exactly (under glibc's rand sequence):
+        // the walk to a point that finds its triangle at step 3 of 3 still fails; the turn
+        // around vertex 0 towards 4 at step 5 of 5.
         {"walk_limit_exact",
-         parse("27 46 30 21 11 59 48 9 61 17"),
+         parse("24 30 8 11 35 39 47 48 6 18 14 33 12 16"),
          {},
          StatusLocateFailed,
-         stopped5,
-         5,
-         0.0,
+         Left{7, -3},
+         3,
+         1e-9,
          true,
-         1},
+         2},
         {"turn_limit", turn, edges("0 4"), StatusConstraintFailed, none, 5, 0.0, true, 2},
     };
 }
