@@ -18,7 +18,8 @@ function(ry_add_rytri_harness target)
             "${RY_TOOLS_DIR}/DemoSite.cpp"
             "${RY_TOOLS_DIR}/io/OutputFile.cpp"
             "${RY_TOOLS_DIR}/io/MeshWriters.cpp"
-            "${RY_TOOLS_DIR}/io/ExchangeWriters.cpp")
+            "${RY_TOOLS_DIR}/io/ExchangeWriters.cpp"
+            "${RY_TOOLS_DIR}/io/TextFormat.cpp")
     endif()
     add_executable(${target} ${sources})
     if(H_WHOLE_TOOL)
