@@ -415,6 +415,7 @@ int run(const Options& o) {
     makeInput(site, o, buffers);
     // Nothing reads the points again (messages name them by origin): free them for the build.
     site.points = std::vector<PkGePoint3d>();
+    site.compactOrigins();
     ry::SurfaceOptions options = surfaceOptions(o, rule, progress);
     options.keepRemoved = std::any_of(planned.begin(), planned.end(), [](const PlannedOutput& p) {
         return p.kind == PlannedOutput::kSvg;
