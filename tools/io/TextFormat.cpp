@@ -41,12 +41,4 @@ std::string escapeXml(std::string_view text, bool greater) {
     return out;
 }
 
-void writeTriple(OutputFile& out, double a, double b, double c, std::string_view between) {
-    out.writeNumber(a);
-    out.write(between);
-    out.writeNumber(b);
-    out.write(between);
-    out.writeNumber(c);
-}
-
 }  // namespace rytri

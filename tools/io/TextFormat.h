@@ -19,6 +19,13 @@ std::string formatNumber(double value, int digits = 6);
 std::string escapeXml(std::string_view text, bool greater = true);
 
 /// Three numbers in their shortest round-trip text, `between` between them.
-void writeTriple(OutputFile& out, double a, double b, double c, std::string_view between);
+/// (Inline: it writes every vertex of a large mesh.)
+inline void writeTriple(OutputFile& out, double a, double b, double c, std::string_view between) {
+    out.writeNumber(a);
+    out.write(between);
+    out.writeNumber(b);
+    out.write(between);
+    out.writeNumber(c);
+}
 
 }  // namespace rytri
