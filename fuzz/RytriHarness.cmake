@@ -7,7 +7,8 @@ set(RY_TOOLS_DIR "${PROJECT_SOURCE_DIR}/tools")
 function(ry_add_rytri_harness target)
     cmake_parse_arguments(H "WHOLE_TOOL" "" "SOURCES" ${ARGN})
     set(sources ${H_SOURCES} "${RY_TOOLS_DIR}/io/SiteReaders.cpp" "${RY_TOOLS_DIR}/io/TextInput.cpp"
-        "${RY_TOOLS_DIR}/io/Columns.cpp" "${RY_TOOLS_DIR}/io/LandXmlReader.cpp")
+        "${RY_TOOLS_DIR}/io/Columns.cpp" "${RY_TOOLS_DIR}/io/LandXmlReader.cpp"
+        "${RY_TOOLS_DIR}/io/Platform.cpp")
     if(H_WHOLE_TOOL)
         list(APPEND sources
             "${RY_TOOLS_DIR}/rytri.cpp"
@@ -18,7 +19,7 @@ function(ry_add_rytri_harness target)
             "${RY_TOOLS_DIR}/io/OutputFile.cpp"
             "${RY_TOOLS_DIR}/io/MeshWriters.cpp"
             "${RY_TOOLS_DIR}/io/ExchangeWriters.cpp"
-            "${RY_TOOLS_DIR}/io/Platform.cpp")
+            "${RY_TOOLS_DIR}/io/TextFormat.cpp")
     endif()
     add_executable(${target} ${sources})
     if(H_WHOLE_TOOL)

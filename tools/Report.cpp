@@ -5,6 +5,7 @@
 
 #include "RyTriangulation.h"
 #include "io/OutputFile.h"
+#include "io/TextFormat.h"
 
 #ifndef RYTRI_VERSION
 #define RYTRI_VERSION "unknown"
@@ -14,27 +15,8 @@ namespace rytri {
 
 namespace {
 
-const char* roleWord(ry::Role role) {
-    switch (role) {
-        case ry::Role::kBoundary:
-            return "boundary";
-        case ry::Role::kHole:
-            return "hole";
-        case ry::Role::kBreakline:
-            return "breakline";
-        default:
-            return "edge";
-    }
-}
-
 void warn(const Options& o, const std::string& text) {
     if (!o.quiet) std::fprintf(stderr, "rytri: warning: %s\n", text.c_str());
-}
-
-std::string number(double value, int digits = 6) {
-    char text[48];
-    std::snprintf(text, sizeof text, "%.*g", digits, value);
-    return text;
 }
 
 std::string formatMs(double ms) {
@@ -65,9 +47,9 @@ void printConflicts(const Site& site, const ry::Surface& s, const Options& o) {
         std::fprintf(stderr,
                      "rytri:   %s z %s and %s z %s\n",
                      site.where(std::size_t(c.first)).c_str(),
-                     number(c.firstZ, 10).c_str(),
+                     formatNumber(c.firstZ, 10).c_str(),
                      site.where(std::size_t(c.other)).c_str(),
-                     number(c.otherZ, 10).c_str());
+                     formatNumber(c.otherZ, 10).c_str());
     }
 }
 
@@ -147,28 +129,28 @@ void printProducts(std::FILE* out, const Options& o, const RunFigures& f) {
         std::fprintf(out,
                      "  hull trim    %s removed (border edges longer than %s)\n",
                      counted(f.trimmed, "triangle", "triangles").c_str(),
-                     number(o.maxEdge).c_str());
+                     formatNumber(o.maxEdge).c_str());
     }
     if (o.contourInterval > 0) {
         std::fprintf(out,
                      "  contours     %s at %s (every %s from %s)\n",
                      counted(f.contourLines, "line", "lines").c_str(),
                      counted(f.contourLevels, "level", "levels").c_str(),
-                     number(o.contourInterval).c_str(),
-                     number(o.contourBase).c_str());
+                     formatNumber(o.contourInterval).c_str(),
+                     formatNumber(o.contourBase).c_str());
     }
     if (f.hasVolumes) {
         const ry::Volumes& v = f.volumes;
         std::fprintf(out,
                      "  volumes      datum %s: cut %s, fill %s (plan area above %s, below %s)\n"
                      "  areas        plan %s, sloped %s\n",
-                     number(v.datum, 10).c_str(),
-                     number(v.cut, 10).c_str(),
-                     number(v.fill, 10).c_str(),
-                     number(v.cutArea, 10).c_str(),
-                     number(v.fillArea, 10).c_str(),
-                     number(v.area2d, 10).c_str(),
-                     number(v.area3d, 10).c_str());
+                     formatNumber(v.datum, 10).c_str(),
+                     formatNumber(v.cut, 10).c_str(),
+                     formatNumber(v.fill, 10).c_str(),
+                     formatNumber(v.cutArea, 10).c_str(),
+                     formatNumber(v.fillArea, 10).c_str(),
+                     formatNumber(v.area2d, 10).c_str(),
+                     formatNumber(v.area3d, 10).c_str());
     }
 }
 
@@ -229,7 +211,7 @@ std::string describeLine(const Site& site, std::size_t line) {
         const std::string where =
             at.file >= 0 ? site.files[std::size_t(at.file)] + ":" + std::to_string(at.line)
                          : "line " + std::to_string(line);
-        return std::string(roleWord(site.lines[line].role)) + " at " + where;
+        return std::string(roleName(site.lines[line].role)) + " at " + where;
     }
     const PkMeshEdge& e = site.edges[line - site.lines.size()];
     return "edge " + std::to_string(e.EdgeIndex1()) + "-" + std::to_string(e.EdgeIndex2());
@@ -354,13 +336,13 @@ void printSummary(std::FILE* out, const ry::Surface& s, const Options& o, const 
                                                         : "outside and hole points removed",
                      s.allTriangles - s.triangleCount());
     }
-    std::fprintf(out, "  kept area    %s\n", number(s.keptArea, 10).c_str());
+    std::fprintf(out, "  kept area    %s\n", formatNumber(s.keptArea, 10).c_str());
     if (f.siteArea >= 0) {
         std::fprintf(out,
                      "  site area    %s (boundary %s - holes %s)\n",
-                     number(f.siteArea, 10).c_str(),
-                     number(f.outerArea, 10).c_str(),
-                     number(f.holeArea, 10).c_str());
+                     formatNumber(f.siteArea, 10).c_str(),
+                     formatNumber(f.outerArea, 10).c_str(),
+                     formatNumber(f.holeArea, 10).c_str());
     }
     printProducts(out, o, f);
     const bool products = o.maxEdge > 0 || o.contourInterval > 0 || o.hasDatum;
@@ -379,13 +361,16 @@ void printSummary(std::FILE* out, const ry::Surface& s, const Options& o, const 
         const double seconds = f.triangulateMs / 1000.0;
         std::fprintf(out,
                      "  rate         %s points/s triangulated\n",
-                     seconds > 0.0 ? number(double(s.vertexCount()) / seconds).c_str() : "-");
+                     seconds > 0.0 ? formatNumber(double(s.vertexCount()) / seconds).c_str() : "-");
         double minH = INFINITY, maxH = -INFINITY;
         for (std::size_t v = 0; v < s.vertexCount(); ++v) {
             minH = std::min(minH, s.vertices[3 * v + 2]);
             maxH = std::max(maxH, s.vertices[3 * v + 2]);
         }
-        std::fprintf(out, "  height       %s .. %s\n", number(minH).c_str(), number(maxH).c_str());
+        std::fprintf(out,
+                     "  height       %s .. %s\n",
+                     formatNumber(minH).c_str(),
+                     formatNumber(maxH).c_str());
         std::fprintf(out,
                      "  options      clean-up %s, spatial sort %s, split crossings %s, merge "
                      "distance %s, determinant band %s\n",
@@ -395,8 +380,8 @@ void printSummary(std::FILE* out, const ry::Surface& s, const Options& o, const 
                               : "off",
                      o.spatialSort ? "on" : "off",
                      o.splitCrossing ? "on" : "off",
-                     number(o.tolerance).c_str(),
-                     number(o.cdtTolerance > 0.0 ? o.cdtTolerance : 0.0).c_str());
+                     formatNumber(o.tolerance).c_str(),
+                     formatNumber(o.cdtTolerance > 0.0 ? o.cdtTolerance : 0.0).c_str());
         if (f.peakKiB >= 0)
             std::fprintf(out, "  peak memory  %.1f MiB\n", double(f.peakKiB) / 1024.0);
     }

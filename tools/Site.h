@@ -25,8 +25,12 @@ struct Site {
     std::vector<PkGePoint3d> points;
     /// Point ids (a P column), one per point when the input had them, else empty.
     std::vector<std::string> ids;
-    /// Where each point was read (may be empty, as for the demo).
+    /// Where each point was read (may be empty, as for the demo; see compactOrigins).
     std::vector<SourceRef> origins;
+    /// After compactOrigins: points [0, linearCount) were read on lines linearFirst, linearFirst
+    /// + 1, ... of file 0.
+    std::size_t linearCount = 0;
+    std::int32_t linearFirst = 0;
     std::vector<std::string> files;
     /// Edges of edge lists, .poly segments and .obj lines without a role.
     std::vector<PkMeshEdge> edges;
@@ -41,6 +45,18 @@ struct Site {
     /// Non-fatal remarks made while reading (ignored sections, skipped header...).
     std::vector<std::string> warnings;
 
+    /// Frees `origins` when they run line after line through file 0, as in a point file without
+    /// comments or blank lines between points: where() then works them out.
+    void compactOrigins() {
+        if (origins.empty() || origins[0].file != 0) return;
+        for (std::size_t i = 1; i < origins.size(); ++i) {
+            if (origins[i].file != 0 || origins[i].line != origins[i - 1].line + 1) return;
+        }
+        linearCount = origins.size();
+        linearFirst = origins[0].line;
+        origins = std::vector<SourceRef>();
+    }
+
     /// "file:line" of a point (with its id, when it has one), or "point i" when its origin is
     /// unknown.
     std::string where(std::size_t point) const {
@@ -49,6 +65,9 @@ struct Site {
         if (point < origins.size() && origins[point].file >= 0) {
             return files[std::size_t(origins[point].file)] + ":" +
                    std::to_string(origins[point].line) + id;
+        }
+        if (point < linearCount) {
+            return files[0] + ":" + std::to_string(linearFirst + std::int64_t(point)) + id;
         }
         return "point " + std::to_string(point) + id;
     }

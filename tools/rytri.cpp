@@ -29,6 +29,7 @@
 #include "io/OutputFile.h"
 #include "io/Platform.h"
 #include "io/SiteReaders.h"
+#include "io/TextFormat.h"
 
 #ifndef RYTRI_VERSION
 #define RYTRI_VERSION "unknown"
@@ -271,13 +272,11 @@ int makeProducts(const Options& o,
                  ContourSet& contours,
                  RunFigures& f) {
     const Clock::time_point start = Clock::now();
-    char number[40];
     if (o.maxEdge > 0) {
         f.trimmed = ry::trimHull(s, o.maxEdge);
         if (!s.ok()) {
-            std::snprintf(number, sizeof number, "%g", o.maxEdge);
             printError(label + ": no triangle is left after trimming the hull with --max-edge " +
-                       number + " (" + std::to_string(f.trimmed) + " removed)");
+                       formatNumber(o.maxEdge) + " (" + std::to_string(f.trimmed) + " removed)");
             std::fprintf(stderr, "rytri: try: a larger --max-edge.\n");
             return kExitStatus;
         }
@@ -285,8 +284,7 @@ int makeProducts(const Options& o,
     if (o.contourInterval > 0) {
         std::vector<double> levels;
         if (!ry::contourLevels(s, o.contourInterval, o.contourBase, levels)) {
-            std::snprintf(number, sizeof number, "%g", o.contourInterval);
-            return usageError(std::string("--contours ") + number +
+            return usageError("--contours " + formatNumber(o.contourInterval) +
                               " gives more than 100000 levels over the heights of " + label +
                               "; give a larger interval");
         }
@@ -417,6 +415,7 @@ int run(const Options& o) {
     makeInput(site, o, buffers);
     // Nothing reads the points again (messages name them by origin): free them for the build.
     site.points = std::vector<PkGePoint3d>();
+    site.compactOrigins();
     ry::SurfaceOptions options = surfaceOptions(o, rule, progress);
     options.keepRemoved = std::any_of(planned.begin(), planned.end(), [](const PlannedOutput& p) {
         return p.kind == PlannedOutput::kSvg;

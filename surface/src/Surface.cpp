@@ -93,19 +93,17 @@ bool isRingRole(Role role) {
     return role == Role::kBoundary || role == Role::kHole;
 }
 
-/// The lines in merged vertices, repeats dropped. Rings (and closed lines) of fewer than three
-/// vertices, and open lines of fewer than two, enclose or join nothing: `skip` marks them.
-LineChains mapLines(const SurfaceInput& in,
-                    const MergedPoints& merged,
-                    std::vector<char>& skip,
-                    Surface& s) {
+/// The lines in merged vertices (s.pointVertex), repeats dropped. Rings (and closed lines) of fewer
+/// than three vertices, and open lines of fewer than two, enclose or join nothing: `skip` marks
+/// them.
+LineChains mapLines(const SurfaceInput& in, std::vector<char>& skip, Surface& s) {
     LineChains chains;
     skip.assign(in.lines.size(), 0);
     for (std::size_t l = 0; l < in.lines.size(); ++l) {
         const Polyline& line = in.lines[l];
         const std::size_t begin = chains.chain.size();
         for (std::size_t k = line.first; k < line.first + line.count; ++k) {
-            const std::int32_t v = merged.pointVertex[std::size_t(in.lineVertices[k])];
+            const std::int32_t v = s.pointVertex[std::size_t(in.lineVertices[k])];
             if (chains.chain.size() == begin || chains.chain.back() != v) chains.chain.push_back(v);
         }
         const bool closed = line.closed || isRingRole(line.role);
@@ -277,7 +275,7 @@ bool build(const SurfaceInput& in, const SurfaceOptions& o, Surface& s) {
     MergedPoints merged;
     if (!mergePoints(in.xyz, o, merged)) return fail(s, SurfaceStatus::kStopped, "stopped");
     settleHeights(merged, o);
-    s.pointVertex = merged.pointVertex;
+    s.pointVertex = std::move(merged.pointVertex);
     s.repeatedPoints = merged.repeated;
     s.conflictCount = merged.conflictCount;
     s.conflicts = merged.conflicts;
@@ -299,7 +297,7 @@ bool build(const SurfaceInput& in, const SurfaceOptions& o, Surface& s) {
                     "give their heights, or a default height (defaultZ)");
     }
     std::vector<char> skip;
-    const LineChains chains = mapLines(in, merged, skip, s);
+    const LineChains chains = mapLines(in, skip, s);
     findRepeatedRings(chains, s);
     MeshTopology mesh;
     if (!triangulate(merged, chains, o, mesh, s)) return false;

@@ -17,26 +17,6 @@ PkGePoint3d spaceVertex(const MeshOutput& mesh, std::int32_t v) {
     return toSpace(PkGePoint3d(p[0], p[1], p[2]), mesh.plane);
 }
 
-std::string escapeXml(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
-
 // --- LandXML -----------------------------------------------------------------------------------
 
 /// The P id of each vertex: its input point's id when all such ids are distinct positive whole
@@ -66,11 +46,7 @@ std::vector<long long> pointIds(const MeshOutput& mesh) {
 }
 
 void writeNez(OutputFile& out, const PkGePoint3d& p) {
-    out.writeNumber(p.y);
-    out.write(" ");
-    out.writeNumber(p.x);
-    out.write(" ");
-    out.writeNumber(p.z);
+    writeTriple(out, p.y, p.x, p.z, " ");
 }
 
 void writeSourceData(const MeshOutput& mesh, OutputFile& out) {
@@ -141,8 +117,8 @@ void writeLandXmlHead(const ExchangeOptions& o, OutputFile& out) {
     out.write(stamp);
     out.write(">\n");
     writeUnits(o.units, out);
-    out.write("  <Application name=\"" + escapeXml(o.application) + "\" version=\"" +
-              escapeXml(o.version) + "\"/>\n");
+    out.write("  <Application name=\"" + escapeXml(o.application, false) + "\" version=\"" +
+              escapeXml(o.version, false) + "\"/>\n");
 }
 
 }  // namespace
@@ -150,7 +126,7 @@ void writeLandXmlHead(const ExchangeOptions& o, OutputFile& out) {
 void writeLandXml(const MeshOutput& mesh, const ExchangeOptions& o, OutputFile& out) {
     const ry::Surface& s = mesh.surface;
     writeLandXmlHead(o, out);
-    out.write("  <Surfaces>\n    <Surface name=\"" + escapeXml(mesh.name) + "\">\n");
+    out.write("  <Surfaces>\n    <Surface name=\"" + escapeXml(mesh.name, false) + "\">\n");
     writeSourceData(mesh, out);
     const ry::Volumes areas = ry::surfaceVolumes(s, 0.0);
     double low = INFINITY, high = -INFINITY;
@@ -430,11 +406,7 @@ void writeGeoJson(const MeshOutput& mesh, OutputFile& out) {
             const PkGePoint3d q =
                 toSpace(PkGePoint3d(c->xy[2 * p], c->xy[2 * p + 1], c->level[l]), mesh.plane);
             out.write(i == 0 ? "[" : ", [");
-            out.writeNumber(q.x);
-            out.write(", ");
-            out.writeNumber(q.y);
-            out.write(", ");
-            out.writeNumber(q.z);
+            writeTriple(out, q.x, q.y, q.z, ", ");
             out.write("]");
         }
         out.write("]}}");

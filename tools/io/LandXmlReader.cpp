@@ -296,9 +296,9 @@ bool finishLandXml(const LandXmlState& st, bool root) {
 }  // namespace
 
 bool readLandXml(const std::string& path, Site& site, std::string& error) {
-    std::string text;
+    FileText text;
     if (!readWholeFile(path, text, error)) return false;
-    XmlCursor xml(text);
+    XmlCursor xml(text.view());
     LandXmlState st{path, site, error};
     std::vector<std::string_view> open;
     bool root = false;

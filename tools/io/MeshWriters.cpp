@@ -20,19 +20,6 @@ PkGePoint3d toSpace(const PkGePoint3d& p, int plane) {
     }
 }
 
-const char* roleName(ry::Role role) {
-    switch (role) {
-        case ry::Role::kBoundary:
-            return "boundary";
-        case ry::Role::kHole:
-            return "hole";
-        case ry::Role::kBreakline:
-            return "breakline";
-        default:
-            return "edge";
-    }
-}
-
 LinePaths linePaths(const ry::Surface& s) {
     LinePaths paths;
     for (std::size_t i = 0; i < s.edgeCount(); ++i) {
@@ -77,11 +64,7 @@ const char* planeNote(int plane) {
 
 void writeVertex(OutputFile& out, const char* tag, const PkGePoint3d& p) {
     out.write(tag);
-    out.writeNumber(p.x);
-    out.write(" ");
-    out.writeNumber(p.y);
-    out.write(" ");
-    out.writeNumber(p.z);
+    writeTriple(out, p.x, p.y, p.z, " ");
     out.write("\n");
 }
 
@@ -212,29 +195,6 @@ std::string hex(Rgb c) {
     return text;
 }
 
-std::string escapeXml(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
-
 /// Pixel coordinates rounded to 0.01 px: short, and finer than any screen.
 void appendPixel(std::string& out, double value) {
     char text[32];
@@ -244,12 +204,6 @@ void appendPixel(std::string& out, double value) {
     while (n > 0 && text[n - 1] == '0') --n;
     if (n > 0 && text[n - 1] == '.') --n;
     out.append(text, n);
-}
-
-std::string formatHeight(double h) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.4g", h);
-    return text;
 }
 
 struct Frame {
@@ -504,7 +458,7 @@ void labelContour(std::string& labels, const std::vector<double>& px, double lev
     appendPixel(labels, px[2 * mid]);
     labels += ' ';
     appendPixel(labels, px[2 * mid + 1]);
-    labels += ")\">" + formatHeight(level) + "</text>\n";
+    labels += ")\">" + formatNumber(level, 4) + "</text>\n";
 }
 
 /// Contour lines over the fill: thin ones, and index contours thicker with their heights as
@@ -566,10 +520,10 @@ std::string contourKey(const ContourSet& contours, double x, double y) {
                   kContourColour,
                   x + 24.0,
                   y,
-                  formatHeight(contours.interval).c_str(),
+                  formatNumber(contours.interval, 4).c_str(),
                   x + 24.0,
                   y + 16.0,
-                  formatHeight(5.0 * contours.interval).c_str());
+                  formatNumber(5.0 * contours.interval, 4).c_str());
     return text;
 }
 
@@ -602,13 +556,13 @@ std::string legend(const ry::Surface& s, const Frame& frame, const ContourSet* c
                   barH,
                   x + 24.0,
                   y + 5.0,
-                  formatHeight(frame.maxH).c_str(),
+                  formatNumber(frame.maxH, 4).c_str(),
                   x + 24.0,
                   y + barH / 2.0 + 4.0,
-                  formatHeight(0.5 * (frame.minH + frame.maxH)).c_str(),
+                  formatNumber(0.5 * (frame.minH + frame.maxH), 4).c_str(),
                   x + 24.0,
                   y + barH + 4.0,
-                  formatHeight(frame.minH).c_str());
+                  formatNumber(frame.minH, 4).c_str());
     out += text;
     double keyY = y + barH + 30.0;
     if (s.edgeCount() > 0) {

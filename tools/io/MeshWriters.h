@@ -11,6 +11,7 @@
 #include "RySurface.h"
 #include "RySurfaceProducts.h"
 #include "io/OutputFile.h"
+#include "io/TextFormat.h"
 
 namespace rytri {
 
@@ -46,8 +47,6 @@ struct LinePaths {
     std::size_t count() const { return role.size(); }
 };
 LinePaths linePaths(const ry::Surface& surface);
-
-const char* roleName(ry::Role role);
 
 /// `v x y z` for every vertex (back in 3D: the height returns to its own axis), `f a b c` for
 /// every kept triangle (1-based, counter-clockwise seen from the height axis) and `l a b` for

@@ -19,6 +19,8 @@
 #endif
 #include <psapi.h>
 #else
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -130,6 +132,12 @@ bool replaceFile(const std::string& from, const std::string& to, std::string& re
     return false;
 }
 
+MappedFile::~MappedFile() = default;
+
+bool MappedFile::map(const std::string&) {
+    return false;
+}
+
 #else
 
 bool sameFile(const std::string& a, const std::string& b) {
@@ -196,6 +204,29 @@ bool replaceFile(const std::string& from, const std::string& to, std::string& re
     if (std::rename(from.c_str(), to.c_str()) == 0) return true;
     reason = std::strerror(errno);
     return false;
+}
+
+MappedFile::~MappedFile() {
+    if (data) ::munmap(data, size);
+}
+
+bool MappedFile::map(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY);
+    if (fd < 0) return false;
+    struct stat info;
+    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+        int flags = MAP_PRIVATE;
+#if defined(MAP_POPULATE)
+        flags |= MAP_POPULATE;  // the pages the page cache holds, mapped in one go
+#endif
+        void* mapped = ::mmap(nullptr, std::size_t(info.st_size), PROT_READ, flags, fd, 0);
+        if (mapped != MAP_FAILED) {
+            data = mapped;
+            size = std::size_t(info.st_size);
+        }
+    }
+    ::close(fd);
+    return data != nullptr;
 }
 
 #endif

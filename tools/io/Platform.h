@@ -1,8 +1,10 @@
 // The operating-system calls of rytri, each with a POSIX and a Windows side (Platform.cpp).
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 namespace rytri {
 
@@ -43,6 +45,24 @@ struct FileKind {
     unsigned permissions = 0;  ///< POSIX mode bits; 0 on Windows
 };
 FileKind fileKind(const std::string& path);
+
+/// A whole regular file mapped read-only into memory: no copy, and no fresh pages to fill.
+class MappedFile {
+public:
+    MappedFile() = default;
+    ~MappedFile();
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+
+    /// Maps `path`; false (and nothing mapped) when it is no regular file, is empty, cannot be
+    /// opened, or the system maps no files here (Windows): the caller then reads it.
+    bool map(const std::string& path);
+    std::string_view text() const { return std::string_view(static_cast<const char*>(data), size); }
+
+private:
+    void* data = nullptr;
+    std::size_t size = 0;
+};
 
 /// Gives an open file the permission bits of the file it will replace (nothing on Windows).
 void copyPermissions(std::FILE* file, unsigned permissions);

@@ -158,9 +158,9 @@ bool readNodeHeader(LineCursor& lines,
 }
 
 bool readNodeFile(const std::string& path, Site& site, int& base, std::string& error) {
-    std::string text;
+    FileText text;
     if (!readWholeFile(path, text, error)) return false;
-    LineCursor lines(text);
+    LineCursor lines(text.view());
     long long count, attributes, markers;
     if (!readNodeHeader(lines, path, count, attributes, markers, error)) return false;
     base = 0;
@@ -264,9 +264,9 @@ bool readPolyHoles(LineCursor& lines, const std::string& path, Site& site, std::
 }
 
 bool readPolyFile(const std::string& path, Site& site, std::string& error) {
-    std::string text;
+    FileText text;
     if (!readWholeFile(path, text, error)) return false;
-    LineCursor lines(text);
+    LineCursor lines(text.view());
     long long count, attributes, markers;
     if (!readNodeHeader(lines, path, count, attributes, markers, error)) return false;
     int base = 0;
@@ -364,9 +364,9 @@ void addObjLine(const ObjLine& l, Site& site) {
 }
 
 bool readObjFile(const std::string& path, Site& site, std::string& error) {
-    std::string text;
+    FileText text;
     if (!readWholeFile(path, text, error)) return false;
-    LineCursor lines(text);
+    LineCursor lines(text.view());
     std::string what;
     long long faces = 0;
     bool hasRole = false, afterGroup = false;
@@ -447,6 +447,28 @@ bool readHeader(LineCursor& lines,
     return true;
 }
 
+/// Reads the plain 'x y [z]' lines that follow the current one, up to the first that is not.
+void readPlainLines(LineCursor& lines, int& lineWithoutZ, Site& site) {
+    const std::string_view rest = lines.rest();
+    const char* p = rest.data();
+    const char* const end = p + rest.size();
+    int count = 0;
+    double xyz[3];
+    bool hasZ = false;
+    while (p != end) {
+        const char* next = readPlainNumbers(p, end, xyz, hasZ);
+        if (!next) break;
+        ++count;
+        if (!hasZ && lineWithoutZ == 0) lineWithoutZ = lines.lineNumber() + count;
+        site.hasHeights |= hasZ;
+        site.points.emplace_back(
+            xyz[0], xyz[1], hasZ ? xyz[2] : std::numeric_limits<double>::quiet_NaN());
+        site.origins.push_back({0, lines.lineNumber() + count});
+        p = next;
+    }
+    lines.skipLines(std::size_t(p - rest.data()), count);
+}
+
 /// Heights of lines read without one: the default, else an error naming the first such line
 /// when others have one, else 0 (a file without heights).
 bool settleHeights(Site& site,
@@ -510,17 +532,21 @@ bool readPointList(const std::string& path,
                    const ReadOptions& options,
                    Site& site,
                    std::string& error) {
-    std::string text;
+    FileText text;
     if (!readWholeFile(path, text, error)) return false;
     ColumnLayout layout;
     if (!options.columns.empty() && !parseColumns(options.columns, layout, error)) return false;
     // Rough count for one reservation: about 25 bytes per point line.
-    site.points.reserve(text.size() / 25 + 16);
-    site.origins.reserve(text.size() / 25 + 16);
-    LineCursor lines(text);
+    site.points.reserve(text.view().size() / 25 + 16);
+    site.origins.reserve(text.view().size() / 25 + 16);
+    LineCursor lines(text.view());
     int lineWithoutZ = 0;
     PointFields fields;
-    for (bool first = true; lines.next(); first = false) {
+    for (bool first = true;; first = false) {
+        // After the first line (which may be a header) plain lines go the quick way, until one
+        // that is not: a blank, a comment, or one with something to say about it.
+        if (!first && layout.plain()) readPlainLines(lines, lineWithoutZ, site);
+        if (!lines.next()) break;
         if (first && readHeader(lines, path, options, layout, site)) continue;
         std::string what;
         if (!parsePointLine(lines.line(), layout, fields, what)) {
@@ -538,9 +564,9 @@ bool readPointList(const std::string& path,
 }
 
 bool readEdgeList(const std::string& path, Site& site, std::string& error) {
-    std::string text;
+    FileText text;
     if (!readWholeFile(path, text, error)) return false;
-    LineCursor lines(text);
+    LineCursor lines(text.view());
     std::string what;
     const long long n = static_cast<long long>(site.points.size());
     while (lines.next()) {
@@ -583,13 +609,13 @@ bool readPolylines(const std::string& path,
                    const ReadOptions& options,
                    Site& site,
                    std::string& error) {
-    std::string text;
+    FileText text;
     if (!readWholeFile(path, text, error)) return false;
     const std::int32_t file = std::int32_t(site.files.size());
     site.files.push_back(path == "-" ? "standard input" : path);
     const std::size_t firstPoint = site.points.size();
     const bool ring = role == ry::Role::kBoundary || role == ry::Role::kHole;
-    LineCursor lines(text);
+    LineCursor lines(text.view());
     int withZ = 0, withoutZ = 0;  // lines of the current polyline with and without a height
     while (lines.next()) {
         FieldReader fields(lines.line());

@@ -3,13 +3,16 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 namespace rytri {
 
-bool readWholeFile(const std::string& path, std::string& contents, std::string& error) {
+bool readWholeFile(const std::string& path, FileText& text, std::string& error) {
     const bool standardInput = path == "-";
+    if (!standardInput && text.mapped.map(path)) return true;
+    std::string& contents = text.copy;
     std::FILE* file = standardInput ? stdin : std::fopen(path.c_str(), "rb");
     if (!file) {
         error = "cannot open '" + path + "': " + std::strerror(errno);
@@ -76,6 +79,97 @@ bool isSeparator(char c) {
     return c == ' ' || c == '\t' || c == ',' || c == ';' || c == '\r' || c == '\v' || c == '\f';
 }
 
+/// Eight ASCII digits at p (little-endian order of the bytes), or false.
+bool eightDigits(const char* p, std::uint64_t& value) {
+    std::uint64_t v;
+    std::memcpy(&v, p, 8);
+    if (((v & 0xF0F0F0F0F0F0F0F0) | (((v + 0x0606060606060606) & 0xF0F0F0F0F0F0F0F0) >> 4)) !=
+        0x3333333333333333) {
+        return false;
+    }
+    // Pairs, then fours, then all eight, each step combining neighbours in place.
+    v -= 0x3030303030303030;
+    v = v * 10 + (v >> 8);
+    v = (((v & 0x000000FF000000FF) * (100 + (1000000ULL << 32))) +
+         (((v >> 16) & 0x000000FF000000FF) * (1 + (10000ULL << 32)))) >>
+        32;
+    value = v;
+    return true;
+}
+
+/// Appends the digits at q (at most 20 in all) to m; eight at a time where they come so.
+void readDigits(const char*& q, const char* end, std::uint64_t& m, int& digits) {
+    std::uint64_t eight;
+    while (end - q >= 8 && digits <= 12 && eightDigits(q, eight)) {
+        m = 100000000 * m + eight;
+        q += 8;
+        digits += 8;
+    }
+    for (; q != end && unsigned(*q - '0') < 10 && digits < 20; ++q, ++digits) {
+        m = 10 * m + unsigned(*q - '0');
+    }
+}
+
+/// Parses `[-]digits[.digits]` of at most 19 digits at p and moves p past it; false (p kept)
+/// for any other form or when the result might be inexact. The digits form an integer m up to
+/// 2^53 and the point divides by 10^k with k <= 22: both are exact doubles, so the one division
+/// rounds correctly, as std::from_chars does (Clinger's fast path).
+bool parseDecimal(const char*& p, const char* end, double& value) {
+    static constexpr double kPower[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                        1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                        1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const char* q = p;
+    const bool negative = q != end && *q == '-';
+    q += negative ? 1 : 0;
+    std::uint64_t m = 0;
+    int digits = 0;
+    readDigits(q, end, m, digits);
+    if (digits == 0) return false;
+    int places = 0;
+    if (q != end && *q == '.') {
+        const char* point = q++;
+        readDigits(q, end, m, digits);
+        places = int(q - point) - 1;
+        if (places == 0) return false;
+    }
+    if (digits > 19 || m > (std::uint64_t(1) << 53)) return false;
+    const double magnitude = double(m) / kPower[places];
+    value = negative ? -magnitude : magnitude;
+    p = q;
+    return true;
+}
+
+/// Whether c ends a field of a plain line.
+bool endsField(const char* p, const char* end) {
+    return p == end || *p == '\n' || isSeparator(*p);
+}
+
+}  // namespace
+
+const char* readPlainNumbers(const char* begin, const char* end, double xyz[3], bool& hasZ) {
+    const char* p = begin;
+    int count = 0;
+    for (;;) {
+        while (p != end && isSeparator(*p)) ++p;
+        if (p == end || *p == '\n') break;
+        if (count == 3) return nullptr;
+        if (!parseDecimal(p, end, xyz[count]) || !endsField(p, end)) {
+            // Any other form of number: std::from_chars over the field, as FieldReader reads it.
+            const char* field = p;
+            while (!endsField(p, end)) ++p;
+            if (field != p && *field == '+') ++field;
+            const std::from_chars_result r = std::from_chars(field, p, xyz[count]);
+            if (r.ec != std::errc() || r.ptr != p || !std::isfinite(xyz[count])) return nullptr;
+        }
+        ++count;
+    }
+    if (count < 2) return nullptr;
+    hasZ = count == 3;
+    return p == end ? p : p + 1;
+}
+
+namespace {
+
 /// A field as shown in a message: quoted, at most 32 characters, control and non-ASCII bytes as
 /// '?', so a binary file gives a readable line.
 std::string quoted(std::string_view field) {
@@ -129,6 +223,11 @@ bool FieldReader::number(double& value, std::string& what) {
     const char* const text = rest.data();
     const char* const textEnd = text + rest.size();
     const char* const start = text != textEnd && *text == '+' ? text + 1 : text;
+    const char* decimal = start;
+    if (parseDecimal(decimal, textEnd, value) && (decimal == textEnd || isSeparator(*decimal))) {
+        rest.remove_prefix(std::size_t(decimal - text));
+        return true;
+    }
     const std::from_chars_result fast = std::from_chars(start, textEnd, value);
     if (fast.ec == std::errc() && (fast.ptr == textEnd || isSeparator(*fast.ptr)) &&
         std::isfinite(value)) {

@@ -6,11 +6,24 @@
 #include <string>
 #include <string_view>
 
+#include "io/Platform.h"
+
 namespace rytri {
 
-/// Reads the whole file into `contents` ("-": standard input). On failure returns false and sets
-/// `error` to a message naming the file and the system's reason.
-bool readWholeFile(const std::string& path, std::string& contents, std::string& error);
+/// The text of a whole input file: mapped where the system can, else read into memory.
+class FileText {
+public:
+    std::string_view view() const { return mapped.text().empty() ? copy : mapped.text(); }
+
+private:
+    friend bool readWholeFile(const std::string&, FileText&, std::string&);
+    MappedFile mapped;
+    std::string copy;
+};
+
+/// Reads the whole file ("-": standard input). On failure returns false and sets `error` to a
+/// message naming the file and the system's reason.
+bool readWholeFile(const std::string& path, FileText& text, std::string& error);
 
 /// Walks the data lines of a text: blank lines and `#` comments (to the end of the line) are
 /// skipped, and a line number is kept for messages.
@@ -29,6 +42,16 @@ public:
     bool afterBlank() const { return blank; }
     /// Bytes after the current line.
     long long bytesLeft() const { return static_cast<long long>(text.size() - offset); }
+    /// The text after the current line.
+    std::string_view rest() const { return text.substr(offset); }
+    /// Moves past the first `bytes` of rest(), which hold `count` whole data lines that the
+    /// caller has read itself.
+    void skipLines(std::size_t bytes, int count) {
+        offset += bytes;
+        number += count;
+        blank = false;
+        current = {};
+    }
 
 private:
     std::string_view text;
@@ -61,6 +84,12 @@ private:
     void skipSeparators();
     std::string_view rest;
 };
+
+/// Reads one line of two or three numbers at `begin` (up to its newline or `end`) the quick way:
+/// returns the start of the next line, or nullptr when the line is anything else (blank, a
+/// comment, another count of fields, a field that is no finite number), which FieldReader then
+/// reads. Where it reads a line, it gives the values FieldReader gives.
+const char* readPlainNumbers(const char* begin, const char* end, double xyz[3], bool& hasZ);
 
 /// "file:line: message".
 std::string located(const std::string& path, int line, const std::string& message);
