@@ -1,5 +1,6 @@
 #include "io/Platform.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,7 @@
 #include <psapi.h>
 #else
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -210,6 +212,33 @@ MappedFile::~MappedFile() {
     if (data) ::munmap(data, size);
 }
 
+namespace {
+
+/// The message for a mapped file cut short while it is read (a read past its new end raises
+/// SIGBUS): said, and the run ends as for an unreadable input, instead of a crash.
+char truncatedMessage[512];
+std::size_t truncatedLength = 0;
+
+extern "C" void onTruncatedFile(int) {
+    const ssize_t written = ::write(STDERR_FILENO, truncatedMessage, truncatedLength);
+    (void)written;
+    ::_exit(2);
+}
+
+void guardAgainstTruncation(const std::string& path) {
+    const int n = std::snprintf(truncatedMessage,
+                                sizeof truncatedMessage,
+                                "rytri: %s: the file was cut short while it was read\n",
+                                path.c_str());
+    truncatedLength = n < 0 ? 0 : std::min(std::size_t(n), sizeof truncatedMessage - 1);
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = onTruncatedFile;
+    ::sigaction(SIGBUS, &action, nullptr);
+}
+
+}  // namespace
+
 bool MappedFile::map(const std::string& path) {
     const int fd = ::open(path.c_str(), O_RDONLY);
     if (fd < 0) return false;
@@ -221,6 +250,7 @@ bool MappedFile::map(const std::string& path) {
 #endif
         void* mapped = ::mmap(nullptr, std::size_t(info.st_size), PROT_READ, flags, fd, 0);
         if (mapped != MAP_FAILED) {
+            guardAgainstTruncation(path);
             data = mapped;
             size = std::size_t(info.st_size);
         }
