@@ -3,6 +3,7 @@
 // layer's own adjacency, constraint lines, labels and flat outputs.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <new>
 #include <stdexcept>
@@ -219,13 +220,14 @@ bool forwardProgress(void* context, PkProgressPhase phase, long long done, long 
 /// The library's constrained triangulation of the merged points; on success `mesh` holds every
 /// real triangle and every vertex (those made at crossings last).
 bool triangulate(const MergedPoints& merged,
+                 ArrayView<double> xyz,
                  const LineChains& chains,
                  const SurfaceOptions& o,
                  MeshTopology& mesh,
                  Surface& s) {
     std::vector<PkGePoint3d> points(merged.size());
     for (std::size_t i = 0; i < points.size(); ++i) {
-        points[i] = PkGePoint3d(merged.xyz[3 * i], merged.xyz[3 * i + 1], merged.xyz[3 * i + 2]);
+        points[i] = PkGePoint3d(xyz[3 * i], xyz[3 * i + 1], xyz[3 * i + 2]);
     }
     std::vector<PkMeshEdge> edges;
     for (std::size_t l = 0; l < chains.size(); ++l) {
@@ -264,8 +266,8 @@ bool triangulate(const MergedPoints& merged,
             crossings.insert(crossings.end(), {p.x, p.y, p.z});
         }
     }
-    mesh.xyz.reserve(merged.xyz.size() + crossings.size());
-    mesh.xyz = merged.xyz;
+    mesh.xyz.reserve(xyz.size + crossings.size());
+    mesh.xyz.assign(xyz.data, xyz.data + xyz.size);
     mesh.xyz.insert(mesh.xyz.end(), crossings.begin(), crossings.end());
     return true;
 }
@@ -300,7 +302,15 @@ bool build(const SurfaceInput& in, const SurfaceOptions& o, Surface& s) {
     const LineChains chains = mapLines(in, skip, s);
     findRepeatedRings(chains, s);
     MeshTopology mesh;
-    if (!triangulate(merged, chains, o, mesh, s)) return false;
+    // A merge that changed nothing holds a copy of the input's coordinates: read the input's
+    // instead, which keeps 24 bytes a point off the peak of the triangulation.
+    ArrayView<double> xyz(merged.xyz);
+    if (in.xyz.size > 0 && merged.xyz.size() == in.xyz.size &&
+        std::memcmp(merged.xyz.data(), in.xyz.data, in.xyz.size * sizeof(double)) == 0) {
+        merged.xyz = std::vector<double>();
+        xyz = in.xyz;
+    }
+    if (!triangulate(merged, xyz, chains, o, mesh, s)) return false;
     return finishSurface(mesh, merged, chains, skip, in, o, s);
 }
 
