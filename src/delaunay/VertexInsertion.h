@@ -231,7 +231,7 @@ struct FlipQuad {
 
 /// Whether the edge A-C of the quad is to become p-D.
 template <class View>
-RY_INLINE bool shouldFlip(const EdgeSet& constraints,
+RY_INLINE bool shouldFlip(const DelaunayContext& c,
                           const View& view,
                           const FlipQuad& q,
                           bool tGhost,
@@ -249,7 +249,7 @@ RY_INLINE bool shouldFlip(const EdgeSet& constraints,
         return classifyPointSide(xa(), xd(), xp(), tol) == kLeft;
     }
     if (tGhost || uGhost) return false;
-    const bool constrained = anyConstraint && constraints.count(PkMeshEdge(q.A, q.C)) != 0;
+    const bool constrained = anyConstraint && c.constraints.count(PkMeshEdge(q.A, q.C)) != 0;
     if (constrained || classifyInCircle(xp(), xa(), xd(), xc(), tol) != kInsideCircle) {
         return false;
     }
@@ -307,10 +307,9 @@ PkTriangulationStatus legalizeAroundVertex(const DelaunayContext& c,
     // (a flip allocates nothing, so the array stays put). Held in members, each store into the
     // mesh could alias them, and the compiler would reload them all after every flip.
     constexpr std::size_t kInitialStack = 64;
-    std::vector<int>& flipStack = c.flipStack;
-    if (flipStack.size() < kInitialStack) flipStack.resize(kInitialStack);
-    int* stack = flipStack.data();
-    std::size_t capacity = flipStack.size();
+    if (c.flipStack.size() < kInitialStack) c.flipStack.resize(kInitialStack);
+    int* stack = c.flipStack.data();
+    std::size_t capacity = c.flipStack.size();
     std::size_t top = 0;
     for (int i = 0; i < list.count; ++i) stack[top++] = list.items[i];
     PkMeshTriangle* const tris = c.mesh.triangles.data();
@@ -353,11 +352,11 @@ PkTriangulationStatus legalizeAroundVertex(const DelaunayContext& c,
         view.fetchTriangle(tris, triangleCount, q.nAD);
         view.fetchTriangle(tris, triangleCount, q.nDC);
         const bool tGhost = isGhost(T), uGhost = isGhost(U);
-        if (shouldFlip(c.constraints, view, q, tGhost, uGhost, tol, anyConstraint)) {
+        if (shouldFlip(c, view, q, tGhost, uGhost, tol, anyConstraint)) {
             if (top + 2 > capacity) {
-                flipStack.resize(2 * capacity);  // may throw: nothing is flipped yet
-                stack = flipStack.data();
-                capacity = flipStack.size();
+                c.flipStack.resize(2 * capacity);  // may throw: nothing is flipped yet
+                stack = c.flipStack.data();
+                capacity = c.flipStack.size();
             }
             flipEdge(tris, triangleCount, view, q);
             stack[top++] = q.t;

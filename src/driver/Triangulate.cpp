@@ -1,6 +1,7 @@
-// The triangulation call: input checks, the vertex list, the insertion order, the first triangle,
-// then one insertion per vertex. The one place where the plain insertion path (delaunay/) and the
-// acceleration layer (accel/) meet.
+// The triangulation calls: input checks, the vertex list, the insertion order, the first
+// triangle, then one insertion per vertex; for the constrained call, the constraint edges after
+// that. The one place where the plain insertion path (delaunay/) and the acceleration layer
+// (accel/) meet.
 #include "driver/Triangulate.h"
 
 #include <cmath>
