@@ -124,7 +124,7 @@ void BM_HolesTriangulation(benchmark::State& state) {
     for (auto _ : state) {
         RyTriangulation t;
         if (t.delaunayTriangulation(w.points) != StatusOk) state.SkipWithError("triangulation");
-        benchmark::DoNotOptimize(RyTriangulationAccess::impl(t)->triangles.data());
+        benchmark::DoNotOptimize(RyTriangulationAccess::impl(t)->mesh.triangles.data());
     }
     state.counters["points"] = double(w.points.size());
 }
@@ -137,9 +137,10 @@ void BM_HolesConstraintInsertion(benchmark::State& state) {
         auto t = std::make_unique<RyTriangulation>();
         if (t->delaunayTriangulation(w.points) != StatusOk) state.SkipWithError("triangulation");
         RyTriangulationImpl& m = *RyTriangulationAccess::impl(*t);
+        const ConstraintContext context = m.constraintContext();
         state.ResumeTiming();
         for (const PkMeshEdge& e : w.edges) {
-            if (m.insertConstraintEdge(e) != StatusOk) {
+            if (insertConstraintEdge(context, e) != StatusOk) {
                 state.SkipWithError("constraint");
                 break;
             }
@@ -170,7 +171,7 @@ void runHolesRemoval(benchmark::State& state, int floodCap) {
         benchmark::DoNotOptimize(m.meshTriangles.data());
     }
     state.counters["kept"] = double(m.meshTriangles.size());
-    state.counters["triangles"] = double(m.triangles.size());
+    state.counters["triangles"] = double(m.mesh.triangles.size());
 }
 
 void BM_HolesRemoval(benchmark::State& state) {
@@ -253,15 +254,16 @@ void BM_CrossingGridConstraintInsertion(benchmark::State& state) {
         auto t = std::make_unique<RyTriangulation>(true, true);
         if (t->delaunayTriangulation(w.points) != StatusOk) state.SkipWithError("triangulation");
         RyTriangulationImpl& m = *RyTriangulationAccess::impl(*t);
+        const ConstraintContext context = m.constraintContext();
         state.ResumeTiming();
         for (const PkMeshEdge& e : w.edges) {
-            if (m.insertConstraintEdge(e) != StatusOk) {
+            if (insertConstraintEdge(context, e) != StatusOk) {
                 state.SkipWithError("constraint");
                 break;
             }
         }
         state.PauseTiming();
-        vertices = m.vertices.size();
+        vertices = m.mesh.vertices.size();
         t.reset();
         state.ResumeTiming();
     }

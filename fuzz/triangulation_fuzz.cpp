@@ -194,7 +194,7 @@ void finish(const RyTriangulation& source, bool constrained) {
 /// to the input segments).
 bool withinBoxSlack(const RyTriangulationImpl& m) {
     std::vector<std::pair<double, double>> xy;
-    for (const PkMeshPoint3d& v : m.vertices) xy.emplace_back(vertexXY(v)[0], vertexXY(v)[1]);
+    for (const PkMeshPoint3d& v : m.mesh.vertices) xy.emplace_back(vertexXY(v)[0], vertexXY(v)[1]);
     std::sort(xy.begin(), xy.end());
     for (std::size_t i = 0; i < xy.size(); ++i) {
         for (std::size_t j = i + 1; j < xy.size() && xy[j].first - xy[i].first <= 1e-10; ++j) {
@@ -241,7 +241,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require((s1 == StatusTooFewPoints) == (n < 3), "StatusTooFewPoints iff fewer than 3 points");
     require(n < 3 || (s1 == StatusFailed) == !accepted, "StatusFailed iff a coordinate is refused");
     if (s1 == StatusFailed || s1 == StatusTooFewPoints) {
-        require(record(plain).vertices.empty() && record(plain).triangles.empty(),
+        require(record(plain).mesh.vertices.empty() && record(plain).mesh.triangles.empty(),
                 "a refused input changed the record");
     }
     if (exact && !lowered && n >= 4) {
@@ -278,12 +278,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         checks.delaunay = split;
         // Under a band, only while no crossing has added a vertex: a chain of short pieces from
         // rounded crossings can drift from its segment by far more than the band.
-        if (exact && (band == 0.0 || int(m.vertices.size()) == n) && !withinBoxSlack(m)) {
+        if (exact && (band == 0.0 || int(m.mesh.vertices.size()) == n) && !withinBoxSlack(m)) {
             for (const PkMeshEdge& e : edges) {
                 if (e.EdgeIndex1() >= 0 && e.EdgeIndex2() < n) checks.required.push_back(e);
                 // An edge may name a vertex made at an earlier crossing (the range check is
                 // against the vertex list at its turn): it may or may not have gone in.
-                if (split && e.EdgeIndex1() >= 0 && e.EdgeIndex2() < int(m.vertices.size())) {
+                if (split && e.EdgeIndex1() >= 0 && e.EdgeIndex2() < int(m.mesh.vertices.size())) {
                     checks.inputs.push_back(e);
                 }
             }
@@ -299,10 +299,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         // end, and no determinant lies near a threshold. (With a far point a constraint can pass
         // a vertex closer than 1e-10 and fail as documented.)
         require(!(exact && !lowered && s1 == StatusOk && d.pointTolerance == 1e-10 &&
-                  int(m.vertices.size()) == n && integers && small),
+                  int(m.mesh.vertices.size()) == n && integers && small),
                 "the constrained call failed on integer input");
     }
     if (verbose)
-        std::fprintf(stderr, "status %d / %d, %zu vertices\n", int(s1), int(s2), m.vertices.size());
+        std::fprintf(
+            stderr, "status %d / %d, %zu vertices\n", int(s1), int(s2), m.mesh.vertices.size());
     return 0;
 }

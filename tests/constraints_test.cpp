@@ -28,8 +28,9 @@ std::string check(const Outcome& run, const Edges& edges, int n, const Edges& la
     c.inputs = edges;
     // Every slot is live: crossed triangles are re-triangulated into the slots they leave.
     const RyTriangulationImpl& m = run.mesh();
-    if (!m.freeTriangles.empty() || m.triangles.size() != 2 * m.vertices.size() - 2) {
-        return "slots not reused: " + std::to_string(m.triangles.size());
+    if (!m.mesh.freeTriangles.empty() ||
+        m.mesh.triangles.size() != 2 * m.mesh.vertices.size() - 2) {
+        return "slots not reused: " + std::to_string(m.mesh.triangles.size());
     }
     return validate(m, c);
 }
@@ -65,10 +66,10 @@ TEST(Constraints, SegmentsThroughVerticesAreCutAndRepeatsCounted) {
         ASSERT_EQ(run.status, StatusOk);
         EXPECT_EQ(check(run, edges, int(points.size())), "");
         const RyTriangulationImpl& m = run.mesh();
-        EXPECT_EQ(m.constraintEdges.size(), 6u);
+        EXPECT_EQ(m.constraints.edges.size(), 6u);
         for (int i = 0; i < 6; ++i) {
-            const auto r = m.constraintRepeats.find(PkMeshEdge(i, i + 1));
-            EXPECT_EQ(r == m.constraintRepeats.end() ? 0 : r->second, i == 2 || i == 3 ? 2 : 1);
+            const auto r = m.constraints.repeats.find(PkMeshEdge(i, i + 1));
+            EXPECT_EQ(r == m.constraints.repeats.end() ? 0 : r->second, i == 2 || i == 3 ? 2 : 1);
         }
     }
     // A lattice: the segment (0, 0)-(18, 9) meets (2k, k) only inside the walk.
@@ -77,7 +78,7 @@ TEST(Constraints, SegmentsThroughVerticesAreCutAndRepeatsCounted) {
     const Outcome run = triangulate(grid, &diagonal);
     ASSERT_EQ(run.status, StatusOk);
     EXPECT_EQ(check(run, diagonal, 400), "");
-    EXPECT_EQ(run.mesh().constraintEdges.size(), 9u);
+    EXPECT_EQ(run.mesh().constraints.edges.size(), 9u);
 }
 
 /// Twice the signed area of a closed ring, exactly.
@@ -128,10 +129,10 @@ void checkScene(const Scene& s, const std::vector<Points>& plus, const std::vect
         EXPECT_EQ(validate(run.mesh(), c), "");
         run.tri->deleteOuterTrianglesAndHoles();
         const std::vector<PkMeshTriangle> out = run.tri->getMeshTriangles();
-        const std::vector<PkMeshPoint3d>& v = run.mesh().vertices;
+        const std::vector<PkMeshPoint3d>& v = run.mesh().mesh.vertices;
         std::size_t k = 0;
         mpq_class kept = 0;
-        for (const PkMeshTriangle& t : run.mesh().triangles) {
+        for (const PkMeshTriangle& t : run.mesh().mesh.triangles) {
             if (isGhost(t)) continue;
             Points corners;
             for (int i = 0; i < 3; ++i)

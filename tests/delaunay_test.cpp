@@ -21,7 +21,7 @@ using namespace rytest;
 
 std::set<std::vector<int>> realTriangles(const RyTriangulationImpl& m) {
     std::set<std::vector<int>> out;  // rotated to start at the smallest corner
-    for (const PkMeshTriangle& t : m.triangles) {
+    for (const PkMeshTriangle& t : m.mesh.triangles) {
         std::vector<int> v(triVerts(t), triVerts(t) + 3);
         std::rotate(v.begin(), std::min_element(v.begin(), v.end()), v.end());
         if (v[0] >= 0) out.insert(v);
@@ -41,7 +41,7 @@ TEST_P(Families, GiveValidDelaunayTriangulations) {
         // The output holds the real triangles in working-list order.
         run.tri->deleteGhostTriangle();
         std::vector<PkMeshTriangle> real, out = run.tri->getMeshTriangles();
-        for (const PkMeshTriangle& t : run.mesh().triangles)
+        for (const PkMeshTriangle& t : run.mesh().mesh.triangles)
             real.insert(real.end(), !isGhost(t), t);
         EXPECT_TRUE(out.size() == real.size() &&
                     !std::memcmp(out.data(), real.data(), 28 * out.size()));
@@ -81,7 +81,7 @@ TEST(Delaunay, CircumcirclesAreEmptyAndOrderIndependent) {
             const Outcome run = triangulate(points, nullptr, sorted, true, 0.0);
             ASSERT_EQ(run.status, StatusOk) << describe(points);
             ASSERT_EQ(validate(run.mesh()), "") << describe(points);
-            const std::vector<PkMeshPoint3d>& v = run.mesh().vertices;
+            const std::vector<PkMeshPoint3d>& v = run.mesh().mesh.vertices;
             for (const std::vector<int>& t : realTriangles(run.mesh())) {
                 const double *a = vertexXY(v[std::size_t(t[0])]),
                              *b = vertexXY(v[std::size_t(t[1])]);

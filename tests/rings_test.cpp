@@ -38,22 +38,22 @@ PkTriangulationStatus triangulate(RyTriangulation& t, const RingInput& in) {
 /// Whether constraint edges of the mesh lead from a to b through vertices within `reach` of the
 /// line a-b (a search, so a vertex near the line that leads nowhere does not end it).
 bool chainAlongSegment(const RyTriangulationImpl& m, int a, int b, double reach) {
-    const double* A = vertexXY(m.vertices[std::size_t(a)]);
-    const double* B = vertexXY(m.vertices[std::size_t(b)]);
+    const double* A = vertexXY(m.mesh.vertices[std::size_t(a)]);
+    const double* B = vertexXY(m.mesh.vertices[std::size_t(b)]);
     const double length = std::hypot(B[0] - A[0], B[1] - A[1]);
     auto near = [&](int v) {
-        const double* P = vertexXY(m.vertices[std::size_t(v)]);
+        const double* P = vertexXY(m.mesh.vertices[std::size_t(v)]);
         return std::fabs((P[0] - A[0]) * (B[1] - A[1]) - (P[1] - A[1]) * (B[0] - A[0])) <=
                reach * length;
     };
-    std::vector<char> seen(m.vertices.size(), 0);
+    std::vector<char> seen(m.mesh.vertices.size(), 0);
     std::vector<int> stack(1, a);
     seen[std::size_t(a)] = 1;
     while (!stack.empty()) {
         const int v = stack.back();
         stack.pop_back();
         if (v == b) return true;
-        for (const PkMeshEdge& e : m.constraintEdges) {
+        for (const PkMeshEdge& e : m.constraints.edges) {
             const int w =
                 e.EdgeIndex1() == v ? e.EdgeIndex2() : (e.EdgeIndex2() == v ? e.EdgeIndex1() : -1);
             if (w < 0 || seen[std::size_t(w)] || !near(w)) continue;
@@ -131,7 +131,7 @@ double twiceKeptArea(RyTriangulation& t) {
 void expectSoundRings(RyTriangulation& t, const RingInput& in) {
     const RyTriangulationImpl& m = *RyTriangulationAccess::impl(t);
     double magnitude = 0.0, length = 0.0;
-    for (const PkMeshPoint3d& v : m.vertices) {
+    for (const PkMeshPoint3d& v : m.mesh.vertices) {
         magnitude = std::max({magnitude, std::fabs(vertexXY(v)[0]), std::fabs(vertexXY(v)[1])});
     }
     const double reach = 2 * 0x1p-40 * magnitude;
@@ -187,12 +187,13 @@ TEST(Rings, IssueCrossingBesideAVertexWithinRoundingOfTheCrossedEdge) {
     ASSERT_EQ(status, StatusOk);
     const RyTriangulationImpl& m = *RyTriangulationAccess::impl(t);
     EXPECT_EQ(rytest::validate(m), "");
-    EXPECT_EQ(m.vertices.size(), 4u);
-    EXPECT_EQ(m.constraintEdges,
-              decltype(m.constraintEdges)({PkMeshEdge(0, 3), PkMeshEdge(1, 3), PkMeshEdge(2, 3)}));
-    EXPECT_TRUE(m.constraintRepeats.empty());
+    EXPECT_EQ(m.mesh.vertices.size(), 4u);
+    EXPECT_EQ(
+        m.constraints.edges,
+        decltype(m.constraints.edges)({PkMeshEdge(0, 3), PkMeshEdge(1, 3), PkMeshEdge(2, 3)}));
+    EXPECT_TRUE(m.constraints.repeats.empty());
     for (const PkMeshEdge& half : {PkMeshEdge(0, 3), PkMeshEdge(1, 3)}) {
-        EXPECT_EQ(m.constraintOrigins.at(half), std::vector<PkMeshEdge>{PkMeshEdge(0, 1)});
+        EXPECT_EQ(m.constraints.origins.at(half), std::vector<PkMeshEdge>{PkMeshEdge(0, 1)});
     }
 }
 

@@ -38,7 +38,7 @@ void expectUsable(RyTriangulation& t) {
 
 int inserted(const RyTriangulationImpl& m) {
     int n = 0;
-    for (const PkMeshPoint3d& v : m.vertices) n += v.getTriangleIndex() >= 0;
+    for (const PkMeshPoint3d& v : m.mesh.vertices) n += v.getTriangleIndex() >= 0;
     return n;
 }
 
@@ -51,14 +51,14 @@ struct Left {
 const Left none, refused{0, 0}, unbuilt{-1, 0}, stopped{-1, -20}, first{-1, -1, 1};
 
 void expectLeft(const Left& e, const RyTriangulationImpl& m) {
-    const int n = inserted(m), all = int(m.vertices.size());
+    const int n = inserted(m), all = int(m.mesh.vertices.size());
     EXPECT_TRUE(e.vertices < 0 || all == e.vertices) << all;
     EXPECT_TRUE(e.inserted == -1 ||
                 (e.inserted < 0 ? n >= -e.inserted && n < all : n == e.inserted))
         << n;
-    EXPECT_TRUE(e.inserted != 0 || m.triangles.empty());
-    EXPECT_TRUE(e.constraints < 0 || int(m.constraintEdges.size()) == e.constraints);
-    EXPECT_TRUE(e.edge == PkMeshEdge() || m.constraintEdges.count(e.edge));
+    EXPECT_TRUE(e.inserted != 0 || m.mesh.triangles.empty());
+    EXPECT_TRUE(e.constraints < 0 || int(m.constraints.edges.size()) == e.constraints);
+    EXPECT_TRUE(e.edge == PkMeshEdge() || m.constraints.edges.count(e.edge));
 }
 
 struct Row {

@@ -3,4 +3,7 @@
 
 #include "delaunay/VertexInsertion.h"
 
-template PkTriangulationStatus RyTriangulationImpl::insertVertex(const CornerVertexView&, int, int);
+template PkTriangulationStatus insertVertex(const DelaunayContext&,
+                                            const CornerVertexView&,
+                                            int,
+                                            int);

@@ -17,8 +17,8 @@
 #include "accel/CornerVertexView.h"
 #include "accel/NearestAhead.h"
 #include "mesh/LocalIndex.h"
+#include "mesh/MeshFields.h"
 #include "platform/Prefetch.h"
-#include "state/RyTriangulationImpl.h"
 
 /// The mesh as a scout reads it: triangle slots [0, count) and their corner positions.
 struct ScoutMesh {
@@ -56,7 +56,7 @@ public:
     /// Starts at slot t (fetching it); the next advance reads it.
     void start(const ScoutMesh& mesh, int t) {
         phase_ = kDone;
-        found_ = -1;
+        found_ = NoTriangle;
         if (unsigned(t) >= mesh.count) return;
         mesh.fetch(t);
         triangle_ = t;
@@ -66,7 +66,8 @@ public:
     void stop() { phase_ = kDone; }
     bool active() const { return phase_ != kDone; }
     /// The triangle the walk ended in (p inside or on its boundary, as far as plain arithmetic
-    /// tells), or -1 while walking or when the walk gave up (a ghost triangle or too many steps).
+    /// tells), or NoTriangle while walking or when the walk gave up (a ghost triangle or too many
+    /// steps).
     int found() const { return found_; }
 
     /// One step toward p.
@@ -79,7 +80,7 @@ public:
     }
 
     /// The neighbour of t across the first edge (in index order) with p strictly on its outer
-    /// side, or -1 when there is none; t must be a real triangle.
+    /// side, or NoTriangle when there is none; t must be a real triangle.
     static int stepToward(const ScoutMesh& mesh, int t, const double* p) {
         const int* nb = triNbrs(mesh.triangles[t]);
         for (int k = 0; k < 3; ++k) {
@@ -87,7 +88,7 @@ public:
             const double* b = mesh.corner(t, nextLocalIndex(k));
             if ((b[0] - a[0]) * (p[1] - a[1]) - (b[1] - a[1]) * (p[0] - a[0]) < 0) return nb[k];
         }
-        return -1;
+        return NoTriangle;
     }
 
     /// Whether p lies strictly inside the circle through t's corners (t real).
@@ -172,8 +173,8 @@ private:
 
     int maxSteps_;
     Phase phase_ = kDone;
-    int triangle_ = -1;  ///< walking: the current triangle
-    int found_ = -1;
+    int triangle_ = NoTriangle;  ///< walking: the current triangle
+    int found_ = NoTriangle;
     int steps_ = 0;         ///< walk steps, then rings grown
     int count_ = 0;         ///< entries in front_
     int front_[kMaxFront];  ///< growing: the ring fetched last step, to be tested next

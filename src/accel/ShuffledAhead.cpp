@@ -1,5 +1,7 @@
 // The shuffled insertions with a helper thread answering the nearest-vertex queries ahead, scouts
 // fetching each insertion's reads, and the triangles' corner positions kept beside the mesh.
+#include "accel/ShuffledAhead.h"
+
 #include <memory>
 #include <new>
 #include <system_error>
@@ -9,7 +11,6 @@
 #include "accel/InsertionScouts.h"
 #include "accel/NearestAhead.h"
 #include "platform/Prefetch.h"
-#include "state/RyTriangulationImpl.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ void keepFirstCorners(const RyTriangulationImpl& m,
                       const CornerVertexView& view,
                       std::size_t used) {
     for (std::size_t t = used - 4; t < used; ++t) {
-        const int* v = triVerts(m.triangles[t]);
+        const int* v = triVerts(m.mesh.triangles[t]);
         view.setCorners(int(t),
                         v[0] >= 0 ? view.xy(v[0]) : kNoPosition,
                         v[1] >= 0 ? view.xy(v[1]) : kNoPosition,
@@ -40,13 +41,13 @@ std::unique_ptr<NearestAhead> startHelper(const RyTriangulationImpl& m,
                                           std::size_t used,
                                           std::size_t slots) {
     try {
-        const SpareRoom room{m.triangles.data() + used,
-                             (m.triangles.capacity() - used) * sizeof(PkMeshTriangle),
+        const SpareRoom room{m.mesh.triangles.data() + used,
+                             (m.mesh.triangles.capacity() - used) * sizeof(PkMeshTriangle),
                              2 * sizeof(PkMeshTriangle)};
         const SpareRoom cornerRoom{
             view.corners + 6 * used, (slots - used) * 6 * sizeof(double), 2 * 6 * sizeof(double)};
         return std::make_unique<NearestAhead>(
-            VertexKdTree(m.locator), order, 3, m.vertices, room, cornerRoom);
+            VertexKdTree(m.locator), order, 3, m.mesh.vertices, room, cornerRoom);
     } catch (const std::system_error&) {
         return nullptr;
     }
@@ -62,12 +63,12 @@ RY_INLINE void fetchAhead(const RyTriangulationImpl& m,
     const int n = int(order.size());
     if (i + InsertionScouts::kLead < n) {
         __builtin_prefetch(
-            &m.vertices[std::size_t(order[std::size_t(i + InsertionScouts::kLead)])]);
+            &m.mesh.vertices[std::size_t(order[std::size_t(i + InsertionScouts::kLead)])]);
     }
-    const std::size_t slot = m.triangles.size() + 2 * kAppendLead;
+    const std::size_t slot = m.mesh.triangles.size() + 2 * kAppendLead;
     if (slot + 1 < slots) {  // the last line read lies inside corners
         // A slot is 28 bytes of record and 48 of corners: these cover every line.
-        prefetchLineForWrite(m.triangles.data() + slot);
+        prefetchLineForWrite(m.mesh.triangles.data() + slot);
         prefetchLineForWrite(view.corners + 6 * slot);
         prefetchLineForWrite(view.corners + 6 * slot + 8);
     }
@@ -83,11 +84,12 @@ PkTriangulationStatus insertWithAnswers(RyTriangulationImpl& m,
                                         int& i,
                                         bool& answered) {
     const int n = int(order.size());
-    InsertionScouts scouts(ahead, view, m.triangles, order);
-    const bool reporting = m.progress != nullptr;
+    InsertionScouts scouts(ahead, view, m.mesh.triangles, order);
+    const DelaunayContext context = m.delaunay();
+    const bool reporting = m.progress.active();
     for (; i < n; ++i) {
-        if (reporting && i % RyTriangulationImpl::kProgressStride == 0 &&
-            !m.reportProgress(kProgressVertices, i, n)) {
+        if (reporting && i % ProgressReport::kVertexStride == 0 &&
+            !m.progress(kProgressVertices, i, n)) {
             return StatusStopped;
         }
         fetchAhead(m, view, order, i, slots);
@@ -97,7 +99,8 @@ PkTriangulationStatus insertWithAnswers(RyTriangulationImpl& m,
             answered = false;
             return StatusOk;
         }
-        const PkTriangulationStatus status = m.insertVertex(view, order[std::size_t(i)], start);
+        const PkTriangulationStatus status =
+            insertVertex(context, view, order[std::size_t(i)], start);
         if (status != StatusOk) return status;
     }
     return StatusOk;
@@ -110,7 +113,12 @@ PkTriangulationStatus insertWithAnswers(RyTriangulationImpl& m,
 // the end: it is then the helper's tree when every vertex went in, or gets the vertices that did
 // go in (an early stop is rare and costs their insertion into the tree). The insertions keep the
 // corner positions of every triangle beside the mesh (CornerVertexView).
-PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector<int>& order) {
+PkTriangulationStatus insertShuffledAhead(RyTriangulationImpl& m, const std::vector<int>& order) {
+    std::vector<PkMeshTriangle>& triangles = m.mesh.triangles;
+    std::vector<PkMeshPoint3d>& vertices = m.mesh.vertices;
+    auto plainFrom = [&](int from) {
+        return insertShuffledFrom(m.delaunay(), m.locator, m.progress, order, from);
+    };
     const int n = int(order.size());
     // Slots [used - 4, used) hold the first mesh; each insertion takes two more.
     const std::size_t used = triangles.size();
@@ -123,7 +131,7 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
         corners.reset(new double[6 * slots]);
         triangleOf.resize(std::size_t(n));
     } catch (const std::bad_alloc&) {
-        return insertShuffledFrom(order, 3);
+        return plainFrom(3);
     }
     adviseHugePages(corners.get(), 6 * slots * sizeof(double));
     for (int v = 0; v < n; ++v)
@@ -135,21 +143,21 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
             vertexTriangle(vertices[std::size_t(v)]) = triangleOf[std::size_t(v)];
     };
     const CornerVertexView view{{vertices}, corners.get(), triangleOf.data()};
-    keepFirstCorners(*this, view, used);
-    std::unique_ptr<NearestAhead> ahead = startHelper(*this, order, view, used, slots);
+    keepFirstCorners(m, view, used);
+    std::unique_ptr<NearestAhead> ahead = startHelper(m, order, view, used, slots);
     if (!ahead) {
         copyBack();
-        return insertShuffledFrom(order, 3);
+        return plainFrom(3);
     }
     // The locator as the plain run would leave it after positions [3, end) went in.
     auto catchUpLocator = [&](int end) {
-        for (int k = 3; k < end; ++k) locator.insertVertex(order[std::size_t(k)], vertices);
+        for (int k = 3; k < end; ++k) m.locator.insertVertex(order[std::size_t(k)], vertices);
     };
     int i = 3;
     bool answered = true;
     PkTriangulationStatus status = StatusOk;
     try {
-        status = insertWithAnswers(*this, view, *ahead, order, slots, i, answered);
+        status = insertWithAnswers(m, view, *ahead, order, slots, i, answered);
     } catch (...) {
         copyBack();
         ahead.reset();
@@ -157,9 +165,9 @@ PkTriangulationStatus RyTriangulationImpl::insertShuffledAhead(const std::vector
         throw;
     }
     copyBack();
-    if (answered && status == StatusOk && ahead->finish(locator)) return StatusOk;
+    if (answered && status == StatusOk && ahead->finish(m.locator)) return StatusOk;
     ahead.reset();
     catchUpLocator(i);
-    if (!answered) return insertShuffledFrom(order, i);  // the helper gave up: go on alone
+    if (!answered) return plainFrom(i);  // the helper gave up: go on alone
     return status;
 }

@@ -5,6 +5,8 @@
 #include <stdexcept>
 
 #include "cleanup/DuplicateVertices.h"
+#include "driver/Triangulate.h"
+#include "finishing/Finishing.h"
 #include "state/RyTriangulationImpl.h"
 
 RyTriangulation::RyTriangulation() : impl(new RyTriangulationImpl) {
@@ -19,8 +21,8 @@ RyTriangulation::RyTriangulation(int expectedPoints) : impl(nullptr) {
     if (expectedPoints < 0 || triangleCount >= 2147483648.0) {
         throw std::length_error("vector<T> too long");
     }
-    record->triangles.reserve(std::size_t(triangleCount));
-    record->vertices.reserve(std::size_t(expectedPoints));
+    record->mesh.triangles.reserve(std::size_t(triangleCount));
+    record->mesh.vertices.reserve(std::size_t(expectedPoints));
     impl = record.release();
 }
 
@@ -69,21 +71,23 @@ void RyTriangulation::deleteDuplicateVertices(
 PkTriangulationStatus RyTriangulation::delaunayTriangulation(
     const std::vector<PkGePoint3d>& points) {
     if (!impl) return StatusLocateFailed;
-    return impl->delaunayTriangulation(points);
+    return ::delaunayTriangulation(*impl, points);
 }
 
 PkTriangulationStatus RyTriangulation::delaunayTriangulationWithConstraints(
     const std::vector<PkGePoint3d>& points, const std::vector<PkMeshEdge>& edges) {
     if (!impl) return StatusLocateFailed;
-    return impl->delaunayTriangulationWithConstraints(points, edges);
+    return ::delaunayTriangulationWithConstraints(*impl, points, edges);
 }
 
 void RyTriangulation::deleteGhostTriangle() {
-    if (impl) impl->deleteGhostTriangle();
+    if (impl) ::deleteGhostTriangle(impl->mesh, impl->meshTriangles);
 }
 
 void RyTriangulation::deleteOuterTrianglesAndHoles() {
-    if (impl) impl->deleteOuterTrianglesAndHoles();
+    if (!impl) return;
+    ::deleteOuterTrianglesAndHoles(
+        impl->mesh, impl->constraints, impl->maxIterations, impl->meshTriangles);
 }
 
 const std::vector<PkMeshTriangle> RyTriangulation::getMeshTriangles() {
@@ -93,7 +97,7 @@ const std::vector<PkMeshTriangle> RyTriangulation::getMeshTriangles() {
 
 const std::vector<PkMeshPoint3d> RyTriangulation::getMeshVertices() {
     if (!impl) return {};
-    return impl->vertices;
+    return impl->mesh.vertices;
 }
 
 namespace {
@@ -110,13 +114,12 @@ const std::vector<PkMeshTriangle>& RyTriangulation::meshTriangles() const {
 }
 
 const std::vector<PkMeshPoint3d>& RyTriangulation::meshVertices() const {
-    return impl ? impl->vertices : noEntries<PkMeshPoint3d>();
+    return impl ? impl->mesh.vertices : noEntries<PkMeshPoint3d>();
 }
 
 void RyTriangulation::setProgressCallback(PkProgressCallback callback, void* context) {
     if (!impl) return;
-    impl->progress = callback;
-    impl->progressContext = context;
+    impl->progress = ProgressReport{callback, context};
 }
 
 void RyTriangulation::setCDTTolerence(double tolerance) {

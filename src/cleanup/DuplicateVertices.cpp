@@ -71,8 +71,8 @@ int checkedCount(std::size_t size) {
 
 /// Projects, drops points with a NaN coordinate, sorts and merges. `merged` receives the kept
 /// points; `position`, when given, receives for every caller index the merged position that its
-/// point was kept at or merged into, or -1 for a point that was not projected (NaN or an unknown
-/// plane).
+/// point was kept at or merged into, or NoVertex for a point that was not projected (NaN or an
+/// unknown plane).
 void projectSortMerge(const std::vector<PkGePoint3d>& points,
                       PkConvert2dVertex plane,
                       std::vector<PkGePoint3d>& merged,
@@ -88,7 +88,7 @@ void projectSortMerge(const std::vector<PkGePoint3d>& points,
         // stay: under a finite tolerance they merge with nothing, not even a copy of themselves.
         if (!std::isnan(u) && !std::isnan(v)) records.push_back(Record{u, v, i});
     }
-    if (position) position->assign(std::size_t(n), -1);
+    if (position) position->assign(std::size_t(n), NoVertex);
     std::sort(records.begin(), records.end(), RecordLess());
 
     // Merge in place: records[0, kept) are the kept points.
@@ -113,8 +113,8 @@ void projectSortMerge(const std::vector<PkGePoint3d>& points,
     for (std::size_t k = 0; k < kept; ++k) merged.emplace_back(records[k].x, records[k].y, 0.0);
 }
 
-/// Lowest j with merged[j].isEqualTo(q, gTol), or -1. `hint` is a position known to be equal to
-/// q (the merge compared them, or q was kept there), so no answer lies beyond it.
+/// Lowest j with merged[j].isEqualTo(q, gTol), or NoVertex. `hint` is a position known to be equal
+/// to q (the merge compared them, or q was kept there), so no answer lies beyond it.
 ///
 /// Pruning: isEqualTo computes dx = fl(x_j - q.x) and a distance of at least |dx| whenever
 /// |dx| >= kMinWindow (then fl(dx * dx) is normal and sqrt(fl(dx * dx)) == |dx|; adding the
@@ -154,7 +154,7 @@ int lowestEqualPosition(const std::vector<PkGePoint3d>& merged,
         }
         run = runEnd;
     }
-    return -1;
+    return NoVertex;
 }
 
 /// Lowest matches of points with an infinite coordinate under an infinite tolerance. There two
@@ -172,7 +172,7 @@ public:
              ++j) {
             if (merged[j].isEqualTo(q, PkGeContext::gTol)) return int(j);
         }
-        return -1;
+        return NoVertex;
     }
 
 private:
@@ -181,7 +181,7 @@ private:
 
     void build(const std::vector<PkGePoint3d>& merged) {
         built = true;
-        for (auto& row : first) row[0] = row[1] = row[2] = -1;
+        for (auto& row : first) row[0] = row[1] = row[2] = NoVertex;
         for (std::size_t j = merged.size(); j-- > 0;) {
             const int kx = kind(merged[j].x), ky = kind(merged[j].y);
             for (int cx = 0; cx < 3; ++cx) {
@@ -220,13 +220,13 @@ void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
     const double w = std::max(tol, kMinWindow);
     const int n = int(points.size());
     InfiniteMatches infiniteMatches;
-    // The new index of an edge end, or -1 when it names no projected point or (only possible
+    // The new index of an edge end, or NoVertex when it names no projected point or (only possible
     // under a tolerance that makes nothing equal) no merged point equals its point. The point is
     // projected again from the caller's array, which is still untouched.
     const auto renumber = [&](int index) {
-        if (!anyEqual || index < 0 || index >= n) return -1;
+        if (!anyEqual || index < 0 || index >= n) return NoVertex;
         const int hint = position[std::size_t(index)];
-        if (hint < 0) return -1;
+        if (hint < 0) return NoVertex;
         double u = 0.0;
         double v = 0.0;
         project(points[std::size_t(index)], plane, u, v);
@@ -234,7 +234,7 @@ void deleteDuplicateVertices(std::vector<PkGePoint3d>& points,
         if (!std::isfinite(u) || !std::isfinite(v)) {
             // Any difference with an infinity is infinite or NaN: only an infinite tolerance
             // can match, and then the window argument no longer holds.
-            if (tol < std::numeric_limits<double>::infinity()) return -1;
+            if (tol < std::numeric_limits<double>::infinity()) return NoVertex;
             return infiniteMatches.lowest(merged, q);
         }
         return lowestEqualPosition(merged, q, hint, w);

@@ -5,11 +5,12 @@
 // bSplitCrossingConstraints, an earlier constraint in the way is split at the crossing instead.
 // The walk only collects: the mesh changes after it has finished, so a walk that fails leaves
 // the mesh as it was.
+#include "constraints/ConstraintInsertion.h"
+
 #include <algorithm>
 #include <cmath>
 
 #include "mesh/LocalIndex.h"
-#include "state/RyTriangulationImpl.h"
 
 namespace {
 
@@ -22,21 +23,17 @@ inline bool inSegmentBox(const double* P, const double* A, const double* B) {
            P[1] - std::min(A[1], B[1]) >= -kBoxSlack && P[1] - std::max(A[1], B[1]) <= kBoxSlack;
 }
 
-inline int localIndexOf(const int* v, int vertex) {
-    return v[0] == vertex ? 0 : (v[1] == vertex ? 1 : 2);
-}
-
 /// Copies of the triangle slots and vertex links that re-triangulating a cavity overwrites.
 class CavityBackup {
 public:
-    void saveTriangle(const RyTriangulationImpl& mesh, int t) {
+    void saveTriangle(const TriangleMesh& mesh, int t) {
         triangles.emplace_back(t, mesh.triangles[std::size_t(t)]);
     }
-    void saveVertex(const RyTriangulationImpl& mesh, int v) {
+    void saveVertex(const TriangleMesh& mesh, int v) {
         vertices.emplace_back(v, vertexTriangle(mesh.vertices[std::size_t(v)]));
     }
     /// Restores in reverse order, so the first copy of a slot saved twice wins.
-    void restore(RyTriangulationImpl& mesh) const {
+    void restore(TriangleMesh& mesh) const {
         for (auto it = triangles.rbegin(); it != triangles.rend(); ++it) {
             mesh.triangles[std::size_t(it->first)] = it->second;
         }
@@ -50,72 +47,37 @@ private:
     std::vector<std::pair<int, int>> vertices;
 };
 
-}  // namespace
-
-bool RyTriangulationImpl::allCounterClockwise(const std::vector<int>& slots) const {
+bool allCounterClockwise(const TriangleMesh& mesh, const std::vector<int>& slots) {
     for (int t : slots) {
-        const int* v = triVerts(triangles[std::size_t(t)]);
+        const int* v = triVerts(mesh.triangles[std::size_t(t)]);
         if (v[0] < 0 || v[1] < 0 || v[2] < 0) return false;  // chains never hold the ghost vertex
-        if (!(orient2d(vertexXY(vertices[std::size_t(v[0])]),
-                       vertexXY(vertices[std::size_t(v[1])]),
-                       vertexXY(vertices[std::size_t(v[2])])) > 0)) {
+        if (!(orient2d(vertexXY(mesh.vertices[std::size_t(v[0])]),
+                       vertexXY(mesh.vertices[std::size_t(v[1])]),
+                       vertexXY(mesh.vertices[std::size_t(v[2])])) > 0)) {
             return false;
         }
     }
     return true;
 }
 
-PkTriangulationStatus RyTriangulationImpl::delaunayTriangulationWithConstraints(
-    const std::vector<PkGePoint3d>& points, const std::vector<PkMeshEdge>& edges) {
-    const PkTriangulationStatus status = delaunayTriangulation(points);
-    if (status != StatusOk) return status;
-    const long long total = static_cast<long long>(edges.size());
-    if (!reportProgress(kProgressConstraints, 0, total)) return StatusStopped;
-    long long done = 0;
-    for (const PkMeshEdge& edge : edges) {
-        const PkTriangulationStatus edgeStatus = insertConstraintEdge(edge);
-        if (edgeStatus != StatusOk) return edgeStatus;
-        if (++done % kConstraintProgressStride == 0 && done < total &&
-            !reportProgress(kProgressConstraints, done, total)) {
-            return StatusStopped;
-        }
-    }
-    if (!reportProgress(kProgressConstraints, total, total)) return StatusStopped;
-    return StatusOk;
-}
+}  // namespace
 
-PkTriangulationStatus RyTriangulationImpl::insertConstraintEdge(const PkMeshEdge& edge) {
+PkTriangulationStatus insertConstraintEdge(const ConstraintContext& c, const PkMeshEdge& edge) {
     std::vector<PkMeshEdge> pendingEdges(1, edge);
-    suspectEdges.clear();
+    c.suspectEdges.clear();
     PkTriangulationStatus status = StatusOk;
     for (int calls = 0; status == StatusOk && !pendingEdges.empty(); ++calls) {
         const PkMeshEdge piece = pendingEdges.back();
         pendingEdges.pop_back();
-        status = insertConstraintSegment(piece, piece, pendingEdges);
-        if (status == StatusOk && calls >= maxIterations) status = StatusIterationLimit;
+        status = insertConstraintSegment(c, piece, piece, pendingEdges);
+        if (status == StatusOk && calls >= c.maxIterations) status = StatusIterationLimit;
     }
     // Edges that a rerouted crossing left as plain edges (none in the common case).
-    if (!suspectEdges.empty()) {
-        const PkTriangulationStatus legalized = legalizeSuspectEdges();
+    if (!c.suspectEdges.empty()) {
+        const PkTriangulationStatus legalized = legalizeSuspectEdges(c);
         if (status == StatusOk) status = legalized;
     }
     return status;
-}
-
-bool RyTriangulationImpl::isMeshEdge(int a, int b) const {
-    const int triangleCount = int(triangles.size());
-    const int t0 = vertexTriangle(vertices[std::size_t(a)]);
-    if (t0 < 0 || t0 >= triangleCount) return false;
-    int t = t0;
-    // Turning across the edge (a, next) visits every triangle around a; b is a neighbour of a
-    // exactly when it follows a in one of them.
-    for (int count = 1;; ++count) {
-        const int* v = triVerts(triangles[std::size_t(t)]);
-        const int i = localIndexOf(v, a);
-        if (v[nextLocalIndex(i)] == b) return true;
-        t = triNbrs(triangles[std::size_t(t)])[i];
-        if (t == t0 || count >= maxIterations || t < 0 || t >= triangleCount) return false;
-    }
 }
 
 namespace {
@@ -123,10 +85,11 @@ namespace {
 /// Side of vertex v against the segment pa->pb, in the band. The ends are copies: splitting a
 /// crossed constraint appends a vertex, which may move the vertex list.
 struct SegmentSide {
-    const RyTriangulationImpl& m;
+    const TriangleMesh& m;
+    double band;
     PkGePoint3d pa, pb;
     PointSide operator()(int v) const {
-        return classifyPointSide(vertexXY(m.vertices[std::size_t(v)]), &pa.x, &pb.x, m.band);
+        return classifyPointSide(vertexXY(m.vertices[std::size_t(v)]), &pa.x, &pb.x, band);
     }
     bool within(int v) const {
         return inSegmentBox(vertexXY(m.vertices[std::size_t(v)]), &pa.x, &pb.x);
@@ -134,52 +97,53 @@ struct SegmentSide {
 };
 
 /// The region a piece a-e crosses: the vertex chains on its left and right (from a), the crossed
-/// triangles, and the triangle across each boundary edge (-1 for one met twice: it is inside).
+/// triangles, and the triangle across each boundary edge (kInteriorEdge for one met twice).
 struct Cavity {
     std::vector<int> left, right, crossed;
     EdgeMap<int> boundary;
-    int end = -1;   ///< e: the first vertex on the segment after a (b at the latest)
-    int last = -1;  ///< the crossed triangle that holds e
+    int end = NoVertex;     ///< e: the first vertex on the segment after a (b at the latest)
+    int last = NoTriangle;  ///< the crossed triangle that holds e
 
     /// A crossed triangle n entered across (p, q): one more boundary edge on either chain.
-    void offer(const RyTriangulationImpl& m, int p, int q, int n) {
+    void offer(const TriangleMesh& m, int p, int q, int n) {
         const int across = getNeighborAcrossEdge(m.triangles[std::size_t(n)], p, q);
         const auto inserted = boundary.emplace(PkMeshEdge(p, q), across);
-        if (!inserted.second) inserted.first->second = -1;
+        if (!inserted.second) inserted.first->second = kInteriorEdge;
     }
 };
 
 /// Turns around a until a triangle (a, d, c) has c on the left and d on the right of a->b: the
 /// segment leaves a through it, and the cavity starts there. A vertex on the segment next to a
 /// cuts the segment there instead: the piece is then settled and the cavity stays empty.
-PkTriangulationStatus findExit(RyTriangulationImpl& m,
+PkTriangulationStatus findExit(const ConstraintContext& context,
                                int a,
                                int b,
                                const SegmentSide& side,
                                const PkMeshEdge& origin,
                                std::vector<PkMeshEdge>& pendingEdges,
                                Cavity& cavity) {
-    const int triangleCount = int(m.triangles.size());
-    const int t0 = vertexTriangle(m.vertices[std::size_t(a)]);
+    const std::vector<PkMeshTriangle>& triangles = context.mesh.triangles;
+    const int triangleCount = int(triangles.size());
+    const int t0 = vertexTriangle(context.mesh.vertices[std::size_t(a)]);
     int t = t0;
-    int c = -1, d = -1;
+    int c = NoVertex, d = NoVertex;
     for (int count = 0;;) {
-        const PkMeshTriangle& T = m.triangles[std::size_t(t)];
+        const PkMeshTriangle& T = triangles[std::size_t(t)];
         const int* v = triVerts(T);
-        const int i = localIndexOf(v, a);
+        const int i = cornerIndex(v, a);
         d = v[nextLocalIndex(i)];
         c = v[prevLocalIndex(i)];
         if (!isGhost(T)) {
             const PointSide sc = side(c);
             if (sc == kOnLine && side.within(c)) {
-                m.recordConstraint(PkMeshEdge(a, c), origin);
+                context.records.record(PkMeshEdge(a, c), origin);
                 pendingEdges.push_back(PkMeshEdge(c, b));
                 return StatusOk;
             }
             if (sc == kLeft) {
                 const PointSide sd = side(d);
                 if (sd == kOnLine && side.within(d)) {
-                    m.recordConstraint(PkMeshEdge(a, d), origin);
+                    context.records.record(PkMeshEdge(a, d), origin);
                     pendingEdges.push_back(PkMeshEdge(d, b));
                     return StatusOk;
                 }
@@ -188,7 +152,7 @@ PkTriangulationStatus findExit(RyTriangulationImpl& m,
             ++count;
         }
         t = triNbrs(T)[i];
-        if (t == t0 || count >= m.maxIterations || t < 0 || t >= triangleCount) {
+        if (t == t0 || count >= context.maxIterations || t < 0 || t >= triangleCount) {
             return StatusConstraintFailed;
         }
     }
@@ -198,8 +162,8 @@ PkTriangulationStatus findExit(RyTriangulationImpl& m,
     cavity.right.push_back(a);
     cavity.right.push_back(d);
     cavity.crossed.push_back(t);
-    cavity.boundary[PkMeshEdge(a, c)] = getNeighborAcrossEdge(m.triangles[std::size_t(t)], a, c);
-    cavity.boundary[PkMeshEdge(a, d)] = getNeighborAcrossEdge(m.triangles[std::size_t(t)], a, d);
+    cavity.boundary[PkMeshEdge(a, c)] = getNeighborAcrossEdge(triangles[std::size_t(t)], a, c);
+    cavity.boundary[PkMeshEdge(a, d)] = getNeighborAcrossEdge(triangles[std::size_t(t)], a, d);
     cavity.last = t;
     return StatusOk;
 }
@@ -209,39 +173,38 @@ PkTriangulationStatus findExit(RyTriangulationImpl& m,
 /// (u, w) opposite the pivot. With crossings split, an earlier constraint in the way is split
 /// where the segment crosses it and both halves of this segment queued (`resolved`); nothing
 /// collected so far is used.
-PkTriangulationStatus walkCavity(RyTriangulationImpl& m,
+PkTriangulationStatus walkCavity(const ConstraintContext& c,
                                  const PkMeshEdge& piece,
                                  const SegmentSide& side,
                                  std::vector<PkMeshEdge>& pendingEdges,
                                  Cavity& cavity,
                                  bool& resolved) {
     const int a = piece.EdgeIndex1(), b = piece.EdgeIndex2();
-    const int triangleCount = int(m.triangles.size());
-    const bool splitCrossings = (m.options & RyTriangulationImpl::bSplitCrossingConstraints) != 0;
+    const int triangleCount = int(c.mesh.triangles.size());
     int pivot = a;
     int cur = cavity.last;
     for (int steps = 0;; ++steps) {
-        const int* v = triVerts(m.triangles[std::size_t(cur)]);
-        const int j = localIndexOf(v, pivot);
+        const int* v = triVerts(c.mesh.triangles[std::size_t(cur)]);
+        const int j = cornerIndex(v, pivot);
         const int u = v[nextLocalIndex(j)];
         const int w = v[prevLocalIndex(j)];
-        const int n = triNbrs(m.triangles[std::size_t(cur)])[nextLocalIndex(j)];
-        if (splitCrossings && m.constraintEdges.count(PkMeshEdge(u, w)) != 0) {
+        const int n = triNbrs(c.mesh.triangles[std::size_t(cur)])[nextLocalIndex(j)];
+        if (c.splitCrossings && c.records.contains(PkMeshEdge(u, w))) {
             resolved = true;
             PkGePoint3d p;
-            if (!m.intersectLines(a, b, u, w, p)) return StatusConstraintFailed;
+            if (!intersectLines(c.mesh, a, b, u, w, p)) return StatusConstraintFailed;
             if (p.isEqualTo(side.pa, PkGeContext::gTol) ||
                 p.isEqualTo(side.pb, PkGeContext::gTol)) {
                 return StatusConstraintFailed;
             }
-            return m.resolveCrossing(cur, j, n, a, b, p, pendingEdges);
+            return resolveCrossing(c, cur, j, n, a, b, p, pendingEdges);
         }
         // A segment between two vertices stays inside the hull; stepping into a ghost triangle
         // means rounding led the walk astray. Nothing has changed yet, so stop cleanly.
-        if (n < 0 || n >= triangleCount || isGhost(m.triangles[std::size_t(n)])) {
+        if (n < 0 || n >= triangleCount || isGhost(c.mesh.triangles[std::size_t(n)])) {
             return StatusConstraintFailed;
         }
-        const int* nv = triVerts(m.triangles[std::size_t(n)]);
+        const int* nv = triVerts(c.mesh.triangles[std::size_t(n)]);
         const int o =
             (nv[0] != u && nv[0] != w) ? nv[0] : ((nv[1] != u && nv[1] != w) ? nv[1] : nv[2]);
         const PointSide so = side(o);
@@ -249,7 +212,7 @@ PkTriangulationStatus walkCavity(RyTriangulationImpl& m,
             std::vector<int>& chain = so == kLeft ? cavity.left : cavity.right;
             pivot = chain.back();
             chain.push_back(o);
-            cavity.offer(m, pivot, o, n);
+            cavity.offer(c.mesh, pivot, o, n);
         } else if (o == a) {
             // The walk has come round to its own start: only a mesh bent by the tolerance
             // band (near-flat triangles) allows that. Nothing has changed yet.
@@ -259,8 +222,8 @@ PkTriangulationStatus walkCavity(RyTriangulationImpl& m,
         }
         cavity.crossed.push_back(n);
         cur = n;
-        if (steps >= m.maxIterations) return StatusIterationLimit;
-        const int* cv = triVerts(m.triangles[std::size_t(cur)]);
+        if (steps >= c.maxIterations) return StatusIterationLimit;
+        const int* cv = triVerts(c.mesh.triangles[std::size_t(cur)]);
         const int e = cavity.end >= 0 ? cavity.end : b;
         if (cv[0] == e || cv[1] == e || cv[2] == e) break;
     }
@@ -271,7 +234,7 @@ PkTriangulationStatus walkCavity(RyTriangulationImpl& m,
 
 /// Closes the cavity at its end vertex; false when a boundary edge of either chain is not known
 /// (an inconsistent region, refused before anything changes).
-bool closeCavity(const RyTriangulationImpl& m, Cavity& cavity) {
+bool closeCavity(const TriangleMesh& m, Cavity& cavity) {
     const int l = cavity.left.back(), r = cavity.right.back(), e = cavity.end;
     const PkMeshTriangle& last = m.triangles[std::size_t(cavity.last)];
     cavity.boundary[PkMeshEdge(l, e)] = getNeighborAcrossEdge(last, l, e);
@@ -288,7 +251,7 @@ bool closeCavity(const RyTriangulationImpl& m, Cavity& cavity) {
 
 /// Re-triangulates both sides of the closed cavity in its released slots; a result that is not
 /// a sound mesh is undone (false).
-bool fillCavity(RyTriangulationImpl& m, Cavity& cavity) {
+bool fillCavity(TriangleMesh& m, double band, Cavity& cavity) {
     // Everything the re-triangulation writes: the crossed slots, the links of the triangles
     // around the cavity, the triangle index of each chain vertex.
     CavityBackup backup;
@@ -307,9 +270,9 @@ bool fillCavity(RyTriangulationImpl& m, Cavity& cavity) {
     // Chains of k crossed triangles hold k + 4 entries, so exactly the k released slots are
     // taken again. With a band that blurs the in-circle test (tiny spacings) the choice of the
     // third vertex can fold a non-convex side; such a piece is undone and refused.
-    if (!m.triangulatePseudoPolygon(cavity.left, cavity.boundary, t1, t2) ||
-        !m.triangulatePseudoPolygon(cavity.right, cavity.boundary, t2, t1) ||
-        !m.allCounterClockwise(cavity.crossed)) {
+    if (!triangulatePseudoPolygon(m, band, cavity.left, cavity.boundary, t1, t2) ||
+        !triangulatePseudoPolygon(m, band, cavity.right, cavity.boundary, t2, t1) ||
+        !allCounterClockwise(m, cavity.crossed)) {
         backup.restore(m);
         m.freeTriangles.resize(freeCount);
         return false;
@@ -319,37 +282,43 @@ bool fillCavity(RyTriangulationImpl& m, Cavity& cavity) {
 
 }  // namespace
 
-PkTriangulationStatus RyTriangulationImpl::insertConstraintSegment(
-    const PkMeshEdge& piece, const PkMeshEdge& origin, std::vector<PkMeshEdge>& pendingEdges) {
+PkTriangulationStatus insertConstraintSegment(const ConstraintContext& c,
+                                              const PkMeshEdge& piece,
+                                              const PkMeshEdge& origin,
+                                              std::vector<PkMeshEdge>& pendingEdges) {
+    const std::vector<PkMeshPoint3d>& vertices = c.mesh.vertices;
     const int a = piece.EdgeIndex1();
     const int b = piece.EdgeIndex2();
     const int vertexCount = int(vertices.size());
     if (a == b || a < 0 || b < 0 || a >= vertexCount || b >= vertexCount) return StatusOk;
     const int t0 = vertexTriangle(vertices[std::size_t(a)]);
-    if (t0 < 0 || t0 >= int(triangles.size())) return StatusConstraintFailed;
-    if (isMeshEdge(a, b)) {
-        recordConstraint(piece, origin);
+    if (t0 < 0 || t0 >= int(c.mesh.triangles.size())) return StatusConstraintFailed;
+    if (c.mesh.isMeshEdge(a, b, c.maxIterations)) {
+        c.records.record(piece, origin);
         return StatusOk;
     }
-    const SegmentSide side{*this,
+    const SegmentSide side{c.mesh,
+                           c.band,
                            PkMeshFields::point(vertices[std::size_t(a)]),
                            PkMeshFields::point(vertices[std::size_t(b)])};
     Cavity cavity;
-    PkTriangulationStatus status = findExit(*this, a, b, side, origin, pendingEdges, cavity);
+    PkTriangulationStatus status = findExit(c, a, b, side, origin, pendingEdges, cavity);
     if (status != StatusOk || cavity.crossed.empty()) return status;
     bool resolved = false;
-    status = walkCavity(*this, piece, side, pendingEdges, cavity, resolved);
+    status = walkCavity(c, piece, side, pendingEdges, cavity, resolved);
     if (status != StatusOk || resolved) return status;
-    if (!closeCavity(*this, cavity) || !fillCavity(*this, cavity)) return StatusConstraintFailed;
+    if (!closeCavity(c.mesh, cavity) || !fillCavity(c.mesh, c.band, cavity)) {
+        return StatusConstraintFailed;
+    }
 
     const int e = cavity.end;
-    if (!suspectEdges.empty()) {
-        for (const auto& entry : cavity.boundary) suspectEdges.push_back(entry.first);
+    if (!c.suspectEdges.empty()) {
+        for (const auto& entry : cavity.boundary) c.suspectEdges.push_back(entry.first);
     }
     if (e == origin.EdgeIndex2()) {
-        recordConstraint(piece, origin);
+        c.records.record(piece, origin);
     } else {
-        recordConstraint(PkMeshEdge(a, e), origin);
+        c.records.record(PkMeshEdge(a, e), origin);
         pendingEdges.push_back(PkMeshEdge(e, origin.EdgeIndex2()));
     }
     return StatusOk;

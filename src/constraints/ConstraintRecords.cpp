@@ -1,7 +1,9 @@
 // Bookkeeping of the constraint edges in the mesh: the set, how often each was given again,
 // and which longer input pieces each was cut from; and the split of a constraint edge at the
 // point where a new constraint crosses it.
-#include "state/RyTriangulationImpl.h"
+#include "constraints/ConstraintRecords.h"
+
+#include "constraints/ConstraintInsertion.h"
 
 namespace {
 
@@ -11,13 +13,19 @@ constexpr double kParallelLimit = 1e-10;
 
 }  // namespace
 
-void RyTriangulationImpl::recordConstraint(const PkMeshEdge& piece, const PkMeshEdge& origin) {
-    recordConstraint(piece);
-    if (piece != origin) addOrigin(constraintOrigins[piece], origin);
+void ConstraintRecords::record(const PkMeshEdge& piece, const PkMeshEdge& origin) {
+    record(piece);
+    if (piece != origin) addOrigin(origins[piece], origin);
 }
 
-void RyTriangulationImpl::recordConstraint(const PkMeshEdge& piece) {
-    if (!constraintEdges.insert(piece).second) ++constraintRepeats[piece];
+void ConstraintRecords::record(const PkMeshEdge& piece) {
+    if (!edges.insert(piece).second) ++repeats[piece];
+}
+
+void ConstraintRecords::clear() {
+    edges.clear();
+    repeats.clear();
+    origins.clear();
 }
 
 void addOrigin(std::vector<PkMeshEdge>& list, const PkMeshEdge& edge) {
@@ -35,7 +43,8 @@ void mergeOrigins(std::vector<PkMeshEdge>& destination, const std::vector<PkMesh
 }
 
 // Crossing of the infinite lines a-b and u-w; z is the mean of the four ends' z.
-bool RyTriangulationImpl::intersectLines(int a, int b, int u, int w, PkGePoint3d& p) const {
+bool intersectLines(const TriangleMesh& mesh, int a, int b, int u, int w, PkGePoint3d& p) {
+    const std::vector<PkMeshPoint3d>& vertices = mesh.vertices;
     const PkGePoint3d& A = PkMeshFields::point(vertices[std::size_t(a)]);
     const PkGePoint3d& B = PkMeshFields::point(vertices[std::size_t(b)]);
     const PkGePoint3d& U = PkMeshFields::point(vertices[std::size_t(u)]);
@@ -54,43 +63,42 @@ bool RyTriangulationImpl::intersectLines(int a, int b, int u, int w, PkGePoint3d
     return true;
 }
 
-void RyTriangulationImpl::appendVertex(const PkGePoint3d& p) {
-    vertices.emplace_back(p);
-}
-
 // The halves u-v and v-w replace u-w and keep its repeat count and origins (u-w itself when it
 // has none), so the crossing counts of hole removal stay as they were on either side.
-void RyTriangulationImpl::splitConstraintRecords(const PkMeshEdge& edge, int v) {
+void ConstraintRecords::split(const PkMeshEdge& edge, int v) {
     const PkMeshEdge low(edge.EdgeIndex1(), v);
     const PkMeshEdge high(v, edge.EdgeIndex2());
-    constraintEdges.erase(edge);
-    recordConstraint(low);
-    recordConstraint(high);
-    const auto repeat = constraintRepeats.find(edge);
-    if (repeat != constraintRepeats.end()) {
+    edges.erase(edge);
+    record(low);
+    record(high);
+    const auto repeat = repeats.find(edge);
+    if (repeat != repeats.end()) {
         const int r = repeat->second;
-        constraintRepeats[low] += r;
-        constraintRepeats[high] += r;
-        constraintRepeats.erase(edge);
+        repeats[low] += r;
+        repeats[high] += r;
+        repeats.erase(edge);
     }
-    std::vector<PkMeshEdge> origins(1, edge);
-    const auto found = constraintOrigins.find(edge);
-    if (found != constraintOrigins.end()) {
-        origins = found->second;
-        constraintOrigins.erase(found);
+    std::vector<PkMeshEdge> from(1, edge);
+    const auto found = origins.find(edge);
+    if (found != origins.end()) {
+        from = found->second;
+        origins.erase(found);
     }
-    mergeOrigins(constraintOrigins[low], origins);
-    mergeOrigins(constraintOrigins[high], origins);
+    mergeOrigins(origins[low], from);
+    mergeOrigins(origins[high], from);
 }
 
 // The new vertex goes onto edge u-w of t and is legalised while u-w is still recorded; the
 // halves u-nv and nv-w touch the new vertex, so the flips (which only touch edges opposite it)
 // cannot remove them. Records change only after a successful legalisation.
-int RyTriangulationImpl::splitConstraintEdge(const PkMeshEdge& edge, const PkGePoint3d& p, int t) {
-    const int nv = int(vertices.size());
-    appendVertex(p);
+int splitConstraintEdge(const ConstraintContext& c,
+                        const PkMeshEdge& edge,
+                        const PkGePoint3d& p,
+                        int t) {
+    const int nv = int(c.mesh.vertices.size());
+    c.mesh.appendVertex(p);
 
-    const int* v = triVerts(triangles[std::size_t(t)]);
+    const int* v = triVerts(c.mesh.triangles[std::size_t(t)]);
     PointLocation location;
     if (PkMeshEdge(v[0], v[1]) == edge) {
         location = kOnEdge0;
@@ -99,14 +107,14 @@ int RyTriangulationImpl::splitConstraintEdge(const PkMeshEdge& edge, const PkGeP
     } else if (PkMeshEdge(v[2], v[0]) == edge) {
         location = kOnEdge2;
     } else {
-        return -1;  // t does not hold the edge: an inconsistent caller, refused
+        return NoVertex;  // t does not hold the edge: an inconsistent caller, refused
     }
 
     CheckList list;
-    PkTriangulationStatus status = insertVertexAt(list, t, nv, location);
-    if (status == StatusOk) status = legalizeAroundVertex(nv, list);
-    if (status != StatusOk) return -1;
+    PkTriangulationStatus status = insertVertexAt(c.mesh, list, t, nv, location);
+    if (status == StatusOk) status = legalizeAroundVertex(c.delaunay(), nv, list);
+    if (status != StatusOk) return NoVertex;
 
-    splitConstraintRecords(edge, nv);
+    c.records.split(edge, nv);
     return nv;
 }

@@ -29,8 +29,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "constraints/ConstraintInsertion.h"
 #include "mesh/LocalIndex.h"
-#include "state/RyTriangulationImpl.h"
 
 namespace {
 
@@ -118,7 +118,8 @@ bool nudge(PkGePoint3d& p, int radius, Accept accept) {
     return false;
 }
 
-/// An apex (the pivot first) on the line u-w within `reach`, between its ends; -1 when none.
+/// An apex (the pivot first) on the line u-w within `reach`, between its ends; NoVertex when
+/// none.
 int detourApex(const std::vector<PkMeshPoint3d>& vertices,
                const CrossingCorners& k,
                const int apexes[2],
@@ -132,23 +133,25 @@ int detourApex(const std::vector<PkMeshPoint3d>& vertices,
         const double off = std::fabs(orient2d(k.U, k.W, A));
         if (along > 0 && along < length2 && off * off <= reach2 * length2) return apexes[a];
     }
-    return -1;
+    return NoVertex;
 }
 
 }  // namespace
 
-CrossingPlan RyTriangulationImpl::planCrossing(int t, int j, int n, PkGePoint3d& p) const {
+CrossingPlan planCrossing(const TriangleMesh& mesh, int t, int j, int n, PkGePoint3d& p) {
+    const std::vector<PkMeshTriangle>& triangles = mesh.triangles;
+    const std::vector<PkMeshPoint3d>& vertices = mesh.vertices;
     const int* v = triVerts(triangles[std::size_t(t)]);
     const int pivot = v[j];
     const int u = v[nextLocalIndex(j)];
     const int w = v[prevLocalIndex(j)];
-    int far = -1;
+    int far = NoVertex;
     if (n >= 0 && n < int(triangles.size()) && !isGhost(triangles[std::size_t(n)])) {
         far = thirdVertex(triangles[std::size_t(n)], u, w);
     }
     auto xy = [&](int i) { return vertexXY(vertices[std::size_t(i)]); };
     const CrossingCorners k{xy(u), xy(w), xy(pivot), far >= 0 ? xy(far) : nullptr};
-    if (k.sound(&p.x)) return {CrossingPlan::kSplit, -1, t, false};
+    if (k.sound(&p.x)) return {CrossingPlan::kSplit, NoVertex, t, false};
 
     const double* P = &p.x;
     auto distance2 = [&](const double* Q) {
@@ -157,20 +160,21 @@ CrossingPlan RyTriangulationImpl::planCrossing(int t, int j, int n, PkGePoint3d&
     const double reach = kSnapReach * std::max(std::fabs(P[0]), std::fabs(P[1]));
     const double reach2 = reach * reach;
     const double du = distance2(k.U), dw = distance2(k.W);
-    if (std::min(du, dw) <= reach2) return {CrossingPlan::kThroughEnd, du <= dw ? u : w, -1, false};
+    if (std::min(du, dw) <= reach2)
+        return {CrossingPlan::kThroughEnd, du <= dw ? u : w, NoTriangle, false};
 
     const double dc = distance2(k.C);
     const double dfar = k.O != nullptr ? distance2(k.O) : HUGE_VAL;
     if (std::min(dc, dfar) <= reach2) {
-        return {CrossingPlan::kThroughApex, dc <= dfar ? pivot : far, -1, false};
+        return {CrossingPlan::kThroughApex, dc <= dfar ? pivot : far, NoTriangle, false};
     }
 
     // Nearest first: rings of growing distance in ulps (0 only for the insertion).
     auto sound = [&](const double* q) { return k.sound(q); };
     for (int radius = 1; radius <= kNudgeUlps; ++radius) {
-        if (nudge(p, radius, sound)) return {CrossingPlan::kSplit, -1, t, true};
+        if (nudge(p, radius, sound)) return {CrossingPlan::kSplit, NoVertex, t, true};
     }
-    int inside = -1;
+    int inside = NoTriangle;
     auto inOneTriangle = [&](const double* q) {
         const double side = orient2d(k.U, k.W, q);
         if (side > 0 && k.pivotAngle(q)) inside = t;
@@ -178,16 +182,26 @@ CrossingPlan RyTriangulationImpl::planCrossing(int t, int j, int n, PkGePoint3d&
         return inside >= 0;
     };
     for (int radius = 0; radius <= kNudgeUlps; ++radius) {
-        if (nudge(p, radius, inOneTriangle)) return {CrossingPlan::kInsert, -1, inside, radius > 0};
+        if (nudge(p, radius, inOneTriangle))
+            return {CrossingPlan::kInsert, NoVertex, inside, radius > 0};
     }
     const int apexes[2] = {pivot, far};
     const int apex = detourApex(vertices, k, apexes, reach2);
-    if (apex >= 0) return {CrossingPlan::kDetour, apex, -1, false};
-    return {CrossingPlan::kRefused, -1, -1, false};
+    if (apex >= 0) return {CrossingPlan::kDetour, apex, NoTriangle, false};
+    return {CrossingPlan::kRefused, NoVertex, NoTriangle, false};
 }
 
-PkTriangulationStatus RyTriangulationImpl::resolveCrossing(
-    int t, int j, int n, int a, int b, PkGePoint3d p, std::vector<PkMeshEdge>& pendingEdges) {
+PkTriangulationStatus resolveCrossing(const ConstraintContext& c,
+                                      int t,
+                                      int j,
+                                      int n,
+                                      int a,
+                                      int b,
+                                      PkGePoint3d p,
+                                      std::vector<PkMeshEdge>& pendingEdges) {
+    const std::vector<PkMeshTriangle>& triangles = c.mesh.triangles;
+    const std::vector<PkMeshPoint3d>& vertices = c.mesh.vertices;
+    std::vector<PkMeshEdge>& suspectEdges = c.suspectEdges;
     const int* v = triVerts(triangles[std::size_t(t)]);
     const PkMeshEdge crossed(v[nextLocalIndex(j)], v[prevLocalIndex(j)]);
     // Every plan below takes the rounded crossing for the exact one; one far off either segment
@@ -196,40 +210,40 @@ PkTriangulationStatus RyTriangulationImpl::resolveCrossing(
     if (!onBothSegments(&p.x, xy(a), xy(b), xy(crossed.EdgeIndex1()), xy(crossed.EdgeIndex2()))) {
         return StatusConstraintFailed;
     }
-    const CrossingPlan plan = planCrossing(t, j, n, p);
+    const CrossingPlan plan = planCrossing(c.mesh, t, j, n, p);
     int through = plan.vertex;
     switch (plan.kind) {
         case CrossingPlan::kRefused:
             return StatusConstraintFailed;
         case CrossingPlan::kSplit:
-            through = splitConstraintEdge(crossed, p, t);
+            through = splitConstraintEdge(c, crossed, p, t);
             if (through < 0) return StatusFailed;
             // The flips after the split test only the edges opposite the new vertex. The vertex
             // is rounded off the constraint it splits, so an edge at it may fail the test by a
             // rounding; left alone, a later cavity next to it would build on the miss.
-            noteEdgesAround(through);
+            noteEdgesAround(c, through);
             break;
         case CrossingPlan::kInsert: {
             through = int(vertices.size());
-            appendVertex(p);
+            c.mesh.appendVertex(p);
             CheckList list;
             PkTriangulationStatus status =
-                insertVertexAt(list, plan.triangle, through, kInTriangle);
-            if (status == StatusOk) status = legalizeAroundVertex(through, list);
+                insertVertexAt(c.mesh, list, plan.triangle, through, kInTriangle);
+            if (status == StatusOk) status = legalizeAroundVertex(c.delaunay(), through, list);
             if (status != StatusOk) return StatusFailed;
-            splitConstraintRecords(crossed, through);
-            noteEdgesAround(through);
+            c.records.split(crossed, through);
+            noteEdgesAround(c, through);
             suspectEdges.push_back(crossed);
             break;
         }
         case CrossingPlan::kThroughEnd:
             break;
         case CrossingPlan::kThroughApex:
-            splitConstraintRecords(crossed, through);
+            c.records.split(crossed, through);
             suspectEdges.push_back(crossed);
             break;
         case CrossingPlan::kDetour:
-            splitConstraintRecords(crossed, through);
+            c.records.split(crossed, through);
             suspectEdges.push_back(crossed);
             pendingEdges.push_back(PkMeshEdge(a, b));
             return StatusOk;
@@ -239,13 +253,17 @@ PkTriangulationStatus RyTriangulationImpl::resolveCrossing(
     return StatusOk;
 }
 
-void RyTriangulationImpl::noteEdgesAround(int vertex) {
+void noteEdgesAround(const ConstraintContext& c, int vertex) {
+    const std::vector<PkMeshTriangle>& triangles = c.mesh.triangles;
+    const std::vector<PkMeshPoint3d>& vertices = c.mesh.vertices;
+    const int maxIterations = c.maxIterations;
     const int triangleCount = int(triangles.size());
     const int t0 = vertexTriangle(vertices[std::size_t(vertex)]);
     int t = t0;
     for (int count = 0; t >= 0 && t < triangleCount && count < maxIterations; ++count) {
         const int* v = triVerts(triangles[std::size_t(t)]);
-        for (int k = 0; k < 3; ++k) suspectEdges.push_back(PkMeshEdge(v[k], v[nextLocalIndex(k)]));
+        for (int k = 0; k < 3; ++k)
+            c.suspectEdges.push_back(PkMeshEdge(v[k], v[nextLocalIndex(k)]));
         const int i = v[0] == vertex ? 0 : (v[1] == vertex ? 1 : 2);
         t = triNbrs(triangles[std::size_t(t)])[i];
         if (t == t0) break;
@@ -257,20 +275,23 @@ void RyTriangulationImpl::noteEdgesAround(int vertex) {
 // (beyond the band) and the quadrilateral is strictly convex; the four outer edges of a flipped
 // quadrilateral become suspects. Every flip lowers the lifted surface, so the loop ends; the
 // count turns any surprise into StatusIterationLimit.
-PkTriangulationStatus RyTriangulationImpl::legalizeSuspectEdges() {
+PkTriangulationStatus legalizeSuspectEdges(const ConstraintContext& c) {
+    std::vector<PkMeshTriangle>& triangles = c.mesh.triangles;
+    std::vector<PkMeshPoint3d>& vertices = c.mesh.vertices;
+    const int maxIterations = c.maxIterations;
     std::vector<PkMeshEdge> stack;
-    stack.swap(suspectEdges);
+    stack.swap(c.suspectEdges);
     const int triangleCount = int(triangles.size());
     int count = 0;
     while (!stack.empty()) {
         const PkMeshEdge e = stack.back();
         stack.pop_back();
         const int x0 = e.EdgeIndex1(), y0 = e.EdgeIndex2();
-        if (x0 < 0 || x0 == y0 || constraintEdges.count(e) != 0) continue;
+        if (x0 < 0 || x0 == y0 || c.records.contains(e)) continue;
         // The triangle t = (x, y, p) with the edge from x to y, for x, y the ends in some order.
         int t = vertexTriangle(vertices[std::size_t(x0)]);
         const int t0 = t;
-        int k = -1;
+        int k = NoLocalIndex;
         for (int turns = 0; t >= 0 && t < triangleCount && turns < maxIterations; ++turns) {
             k = getLocalEdgeIndex(triangles[std::size_t(t)], x0, y0);
             if (k >= 0) break;
@@ -294,7 +315,7 @@ PkTriangulationStatus RyTriangulationImpl::legalizeSuspectEdges() {
         const double* Y = vertexXY(vertices[std::size_t(y)]);
         const double* Pp = vertexXY(vertices[std::size_t(p)]);
         const double* Q = vertexXY(vertices[std::size_t(q)]);
-        if (classifyInCircle(Q, X, Y, Pp, band) != kInsideCircle) continue;
+        if (classifyInCircle(Q, X, Y, Pp, c.band) != kInsideCircle) continue;
         if (!(orient2d(X, Q, Pp) > 0 && orient2d(Q, Y, Pp) > 0)) continue;
         if (++count > maxIterations) return StatusIterationLimit;
         /*
@@ -318,8 +339,8 @@ PkTriangulationStatus RyTriangulationImpl::legalizeSuspectEdges() {
         int* nn = triNbrs(N);
         nv[0] = q, nv[1] = y, nv[2] = p;
         nn[0] = nQY, nn[1] = tYP, nn[2] = t;
-        replaceNeighbor(nXQ, nt, t);
-        replaceNeighbor(tYP, t, nt);
+        c.mesh.replaceNeighbor(nXQ, nt, t);
+        c.mesh.replaceNeighbor(tYP, t, nt);
         vertexTriangle(vertices[std::size_t(x)]) = t;
         vertexTriangle(vertices[std::size_t(q)]) = t;
         vertexTriangle(vertices[std::size_t(p)]) = t;

@@ -3,10 +3,25 @@
 // with the base edge holds no other chain vertex, writes the triangle (base, C) into its slot, and
 // queues the two sub-chains on either side of C (the "pseudo-polygon" step of Anglada's and of
 // Shewchuk's constrained Delaunay insertion). An explicit stack replaces recursion.
+#include "constraints/ConstraintInsertion.h"
 #include "mesh/LocalIndex.h"
-#include "state/RyTriangulationImpl.h"
 
-int RyTriangulationImpl::findDelaunayVertex(int lo, int hi, const std::vector<int>& chain) const {
+namespace {
+
+/// One task of the pseudo-polygon triangulation.
+struct PolygonTask {
+    int parentSlot;
+    int parent;
+    int triangle;
+    int hi;
+    int lo;
+};
+
+int findDelaunayVertex(const std::vector<PkMeshPoint3d>& vertices,
+                       double band,
+                       int lo,
+                       int hi,
+                       const std::vector<int>& chain) {
     int m = lo + 1;
     if (lo + 1 >= hi) return m;
     const double* A = vertexXY(vertices[std::size_t(chain[std::size_t(lo)])]);
@@ -24,19 +39,26 @@ int RyTriangulationImpl::findDelaunayVertex(int lo, int hi, const std::vector<in
     return m;
 }
 
-bool RyTriangulationImpl::triangulatePseudoPolygon(const std::vector<int>& chain,
-                                                   EdgeMap<int>& boundaryNeighbours,
-                                                   int own,
-                                                   int partner) {
+}  // namespace
+
+bool triangulatePseudoPolygon(TriangleMesh& mesh,
+                              double band,
+                              const std::vector<int>& chain,
+                              EdgeMap<int>& boundaryNeighbours,
+                              int own,
+                              int partner) {
+    std::vector<PkMeshTriangle>& triangles = mesh.triangles;
+    std::vector<PkMeshPoint3d>& vertices = mesh.vertices;
     std::vector<PolygonTask> tasks;
     tasks.push_back(PolygonTask{0, partner, own, int(chain.size()) - 1, 0});
 
     // Links tri's neighbour `slot` across the boundary edge (p, q): to the outside triangle, or,
-    // for an edge with the region on both sides (-1), to whichever new triangle meets it second.
+    // for an edge with the region on both sides (kInteriorEdge), to whichever new triangle meets
+    // it second.
     auto linkBoundary = [&](int tri, int slot, int p, int q) {
         const auto found = boundaryNeighbours.find(PkMeshEdge(p, q));
         if (found == boundaryNeighbours.end()) return false;
-        if (found->second == -1) {
+        if (found->second == kInteriorEdge) {
             found->second = tri;
             return true;
         }
@@ -52,7 +74,7 @@ bool RyTriangulationImpl::triangulatePseudoPolygon(const std::vector<int>& chain
     while (!tasks.empty()) {
         const PolygonTask task = tasks.back();
         tasks.pop_back();
-        const int m = findDelaunayVertex(task.lo, task.hi, chain);
+        const int m = findDelaunayVertex(vertices, band, task.lo, task.hi, chain);
         const int A = chain[std::size_t(task.lo)];
         const int B = chain[std::size_t(task.hi)];
         const int C = chain[std::size_t(m)];
@@ -62,13 +84,13 @@ bool RyTriangulationImpl::triangulatePseudoPolygon(const std::vector<int>& chain
         if (task.hi - m <= 1) {
             if (!linkBoundary(tri, 1, B, C)) return false;
         } else {
-            const int next = allocateTriangle();
+            const int next = mesh.allocateTriangle();
             tasks.push_back(PolygonTask{1, tri, next, task.hi, m});
         }
         if (m - task.lo <= 1) {
             if (!linkBoundary(tri, 2, C, A)) return false;
         } else {
-            const int next = allocateTriangle();
+            const int next = mesh.allocateTriangle();
             tasks.push_back(PolygonTask{2, tri, next, m, task.lo});
         }
 

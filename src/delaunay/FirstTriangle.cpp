@@ -2,9 +2,13 @@
 #include <cstdlib>
 #include <utility>
 
-#include "state/RyTriangulationImpl.h"
+#include "delaunay/Delaunay.h"
 
-bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order) {
+bool createFirstTriangle(TriangleMesh& mesh,
+                         double band,
+                         int maxIterations,
+                         std::vector<int>& order) {
+    const std::vector<PkMeshPoint3d>& vertices = mesh.vertices;
     const int n = int(order.size());
     int corners[3];
     if (n == 3) {
@@ -17,7 +21,7 @@ bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order) {
         corners[1] = ccw ? b0 : a0;
         corners[2] = c0;
     } else {
-        if (!drawFirstTriangle(corners)) return false;
+        if (!drawFirstTriangle(mesh, band, maxIterations, corners)) return false;
         for (int k = 0; k < 3; ++k) {
             for (int p = 0; p < n; ++p) {
                 if (order[std::size_t(p)] == corners[k]) {
@@ -27,11 +31,12 @@ bool RyTriangulationImpl::createFirstTriangle(std::vector<int>& order) {
             }
         }
     }
-    appendFirstMesh(corners[0], corners[1], corners[2]);
+    mesh.appendFirstMesh(corners[0], corners[1], corners[2]);
     return true;
 }
 
-bool RyTriangulationImpl::drawFirstTriangle(int corners[3]) {
+bool drawFirstTriangle(const TriangleMesh& mesh, double band, int maxIterations, int corners[3]) {
+    const std::vector<PkMeshPoint3d>& vertices = mesh.vertices;
     const int n = int(vertices.size());
     // Rejected draws are not counted as attempts; the draw cap only guards against a vertex
     // list where no three distinct usable vertices exist.
@@ -62,36 +67,4 @@ bool RyTriangulationImpl::drawFirstTriangle(int corners[3]) {
             return true;
         }
     }
-}
-
-// First mesh for the counter-clockwise triple a, b, c: the real triangle 0 and one ghost triangle
-// per edge, each holding that edge reversed and the ghost vertex G as vertex 2.
-//
-//                 c
-//        3       / \       2
-//     (a,c,G)   / 0 \   (c,b,G)
-//              a-----b
-//                 1
-//              (b,a,G)
-//
-void RyTriangulationImpl::appendFirstMesh(int a, int b, int c) {
-    const int base = int(triangles.size());
-    PkMeshTriangle t;
-    t.setVertexIndex(a, b, c);
-    t.setNeighborIndex(base + 1, base + 2, base + 3);
-    t.setFlagbAux(false);
-    appendTriangle(t);
-    t.setVertexIndex(b, a, GhostVertex);
-    t.setNeighborIndex(base + 0, base + 3, base + 2);
-    t.setFlagbAux(true);
-    appendTriangle(t);
-    t.setVertexIndex(c, b, GhostVertex);
-    t.setNeighborIndex(base + 0, base + 1, base + 3);
-    appendTriangle(t);
-    t.setVertexIndex(a, c, GhostVertex);
-    t.setNeighborIndex(base + 0, base + 2, base + 1);
-    appendTriangle(t);
-    vertexTriangle(vertices[std::size_t(a)]) = base + 0;
-    vertexTriangle(vertices[std::size_t(b)]) = base + 1;
-    vertexTriangle(vertices[std::size_t(c)]) = base + 2;
 }

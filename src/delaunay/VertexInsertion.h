@@ -10,21 +10,35 @@
 #include "delaunay/VertexViews.h"
 #include "mesh/LocalIndex.h"
 #include "mesh/MeshTopology.h"
-#include "state/RyTriangulationImpl.h"
 
 template <class View>
-PkTriangulationStatus RyTriangulationImpl::insertVertex(const View& view, int vertex, int start) {
+PkTriangulationStatus insertVertexAt(
+    TriangleMesh& mesh, const View& view, CheckList& list, int t, int p, PointLocation location);
+template <class View>
+PkTriangulationStatus legalizeAroundVertex(const DelaunayContext& c,
+                                           const View& view,
+                                           int p,
+                                           const CheckList& list);
+
+/// The one insertion routine: walk from the triangle of `start` to `vertex`'s position, split
+/// there, legalise. The view (delaunay/VertexViews.h) says where positions and the vertices'
+/// triangle indices live.
+template <class View>
+PkTriangulationStatus insertVertex(const DelaunayContext& c,
+                                   const View& view,
+                                   int vertex,
+                                   int start) {
     PointSide sides[3] = {PointSide(0), PointSide(0), PointSide(0)};
-    const int t = locatePoint(view, start, view.xy(vertex), sides);
+    const int t = locatePoint(c, view, start, view.xy(vertex), sides);
     if (t < 0) return StatusLocateFailed;
     const PointLocation location = combineSides(sides);
     if (location == kOutside) return StatusLocateFailed;
     if (location == kOnVertex) return StatusCoincidentVertex;
 
     CheckList list;
-    const PkTriangulationStatus status = insertVertexAt(view, list, t, vertex, location);
+    const PkTriangulationStatus status = insertVertexAt(c.mesh, view, list, t, vertex, location);
     if (status != StatusOk) return status;
-    return legalizeAroundVertex(view, vertex, list);
+    return legalizeAroundVertex(c, view, vertex, list);
 }
 
 /// What every case of a split reads: t as it was, the two slots it takes, the new vertex p, and
@@ -46,7 +60,7 @@ struct SplitSite {
              t
 */
 template <class View>
-RY_INLINE void splitInTriangle(RyTriangulationImpl& m,
+RY_INLINE void splitInTriangle(TriangleMesh& m,
                                const View& view,
                                const SplitSite<View>& s,
                                CheckList& list) {
@@ -80,8 +94,8 @@ RY_INLINE void splitInTriangle(RyTriangulationImpl& m,
 //           a \ | / u
 //              w
 template <class View>
-RY_INLINE PkTriangulationStatus splitOnEdge(
-    RyTriangulationImpl& m, const View& view, const SplitSite<View>& s, int k, CheckList& list) {
+RY_INLINE PkTriangulationStatus
+splitOnEdge(TriangleMesh& m, const View& view, const SplitSite<View>& s, int k, CheckList& list) {
     const int t = s.t, a = s.a, b = s.b, p = s.p;
     const int* c = triVerts(s.old);
     const int* N = triNbrs(s.old);
@@ -133,7 +147,7 @@ RY_INLINE PkTriangulationStatus splitOnEdge(
 //               M0
 template <class View>
 RY_INLINE PkTriangulationStatus
-splitGhost(RyTriangulationImpl& m, const View& view, const SplitSite<View>& s, CheckList& list) {
+splitGhost(TriangleMesh& m, const View& view, const SplitSite<View>& s, CheckList& list) {
     const int t = s.t, a = s.a, b = s.b, p = s.p;
     const int* c = triVerts(s.old);
     const int* N = triNbrs(s.old);
@@ -162,11 +176,11 @@ splitGhost(RyTriangulationImpl& m, const View& view, const SplitSite<View>& s, C
 }
 
 template <class View>
-PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
-    const View& view, CheckList& list, int t, int p, PointLocation location) {
-    const int a = allocateTriangle();
-    const int b = allocateTriangle();
-    const PkMeshTriangle old = triangles[std::size_t(t)];
+PkTriangulationStatus insertVertexAt(
+    TriangleMesh& mesh, const View& view, CheckList& list, int t, int p, PointLocation location) {
+    const int a = mesh.allocateTriangle();
+    const int b = mesh.allocateTriangle();
+    const PkMeshTriangle old = mesh.triangles[std::size_t(t)];
     const int* c = triVerts(old);
     // Splitting inside or on an edge needs a real triangle; callers locate one, but a bad
     // caller must not make the writes below index the vertex list with the ghost vertex.
@@ -180,13 +194,13 @@ PkTriangulationStatus RyTriangulationImpl::insertVertexAt(
         {view.copyXY(t, 0, c[0]), view.copyXY(t, 1, c[1]), view.copyXY(t, 2, c[2])},
         view.xy(p)};
     if (location == kInTriangle) {
-        splitInTriangle(*this, view, site, list);
+        splitInTriangle(mesh, view, site, list);
         return StatusOk;
     }
     if (location == kOnEdge0 || location == kOnEdge1 || location == kOnEdge2) {
-        return splitOnEdge(*this, view, site, location - kOnEdge0, list);
+        return splitOnEdge(mesh, view, site, location - kOnEdge0, list);
     }
-    if (location == kInGhostTriangle) return splitGhost(*this, view, site, list);
+    if (location == kInGhostTriangle) return splitGhost(mesh, view, site, list);
     return StatusOk;
 }
 
@@ -217,7 +231,7 @@ struct FlipQuad {
 
 /// Whether the edge A-C of the quad is to become p-D.
 template <class View>
-RY_INLINE bool shouldFlip(const RyTriangulationImpl& m,
+RY_INLINE bool shouldFlip(const DelaunayContext& c,
                           const View& view,
                           const FlipQuad& q,
                           bool tGhost,
@@ -235,7 +249,7 @@ RY_INLINE bool shouldFlip(const RyTriangulationImpl& m,
         return classifyPointSide(xa(), xd(), xp(), tol) == kLeft;
     }
     if (tGhost || uGhost) return false;
-    const bool constrained = anyConstraint && m.constraintEdges.count(PkMeshEdge(q.A, q.C)) != 0;
+    const bool constrained = anyConstraint && c.constraints.count(PkMeshEdge(q.A, q.C)) != 0;
     if (constrained || classifyInCircle(xp(), xa(), xd(), xc(), tol) != kInsideCircle) {
         return false;
     }
@@ -285,23 +299,24 @@ RY_INLINE void flipEdge(PkMeshTriangle* tris,
 }
 
 template <class View>
-PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view,
-                                                                int p,
-                                                                const CheckList& list) {
+PkTriangulationStatus legalizeAroundVertex(const DelaunayContext& c,
+                                           const View& view,
+                                           int p,
+                                           const CheckList& list) {
     // The loop keeps its state in locals: the stack, the band, the limit and the triangle array
     // (a flip allocates nothing, so the array stays put). Held in members, each store into the
     // mesh could alias them, and the compiler would reload them all after every flip.
     constexpr std::size_t kInitialStack = 64;
-    if (flipStack.size() < kInitialStack) flipStack.resize(kInitialStack);
-    int* stack = flipStack.data();
-    std::size_t capacity = flipStack.size();
+    if (c.flipStack.size() < kInitialStack) c.flipStack.resize(kInitialStack);
+    int* stack = c.flipStack.data();
+    std::size_t capacity = c.flipStack.size();
     std::size_t top = 0;
     for (int i = 0; i < list.count; ++i) stack[top++] = list.items[i];
-    PkMeshTriangle* const tris = triangles.data();
-    const int triangleCount = int(triangles.size());
-    const double tol = band;
-    const int limit = maxIterations;
-    const bool anyConstraint = !constraintEdges.empty();
+    PkMeshTriangle* const tris = c.mesh.triangles.data();
+    const int triangleCount = int(c.mesh.triangles.size());
+    const double tol = c.band;
+    const int limit = c.maxIterations;
+    const bool anyConstraint = !c.constraints.empty();
 
     int count = 0;
     while (top > 0) {
@@ -329,17 +344,19 @@ PkTriangulationStatus RyTriangulationImpl::legalizeAroundVertex(const View& view
         } else {
             q.D = uv[1], q.nAD = un[0], q.nDC = un[1], q.iD = 1;
         }
-        if (p == -1 || q.A == -1 || q.D == -1 || q.C == -1) return StatusFailed;
+        if (p == NoVertex || q.A == NoVertex || q.D == NoVertex || q.C == NoVertex) {
+            return StatusFailed;
+        }
         // If the edge flips, both triangles beyond u are read next: start their loads now,
         // beside the load of D's coordinates.
         view.fetchTriangle(tris, triangleCount, q.nAD);
         view.fetchTriangle(tris, triangleCount, q.nDC);
         const bool tGhost = isGhost(T), uGhost = isGhost(U);
-        if (shouldFlip(*this, view, q, tGhost, uGhost, tol, anyConstraint)) {
+        if (shouldFlip(c, view, q, tGhost, uGhost, tol, anyConstraint)) {
             if (top + 2 > capacity) {
-                flipStack.resize(2 * capacity);  // may throw: nothing is flipped yet
-                stack = flipStack.data();
-                capacity = flipStack.size();
+                c.flipStack.resize(2 * capacity);  // may throw: nothing is flipped yet
+                stack = c.flipStack.data();
+                capacity = c.flipStack.size();
             }
             flipEdge(tris, triangleCount, view, q);
             stack[top++] = q.t;

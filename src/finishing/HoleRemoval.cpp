@@ -7,8 +7,8 @@
 #include <map>
 #include <memory>
 
+#include "finishing/Finishing.h"
 #include "mesh/LocalIndex.h"
-#include "state/RyTriangulationImpl.h"
 
 namespace {
 
@@ -44,7 +44,8 @@ struct DepthLabelling {
     long long maxPendingLevel = 0;
 };
 
-constexpr int UnvisitedDepth = RyTriangulationImpl::UnvisitedDepth;
+/// The depth of a triangle not reached yet: above every level.
+constexpr int UnvisitedDepth = 2147483647;
 
 /// One bit per vertex: an endpoint of some constraint edge. Small enough to stay in cache while
 /// it is read in the vertices' (arbitrary) input order.
@@ -71,9 +72,9 @@ private:
 };
 
 /// The flood's view of every triangle, in one sequential pass.
-FloodCells buildCells(const RyTriangulationImpl& mesh) {
+FloodCells buildCells(const TriangleMesh& mesh, const ConstraintRecords& records) {
     const int n = int(mesh.triangles.size());
-    const ConstraintVertices isConstraintVertex(mesh.constraintEdges, int(mesh.vertices.size()));
+    const ConstraintVertices isConstraintVertex(records.edges, int(mesh.vertices.size()));
     // The cell entry for neighbour m across an edge, a candidate when both its ends are
     // constraint vertices.
     auto acrossEntry = [n](int m, bool candidate) {
@@ -107,8 +108,8 @@ FloodCells buildCells(const RyTriangulationImpl& mesh) {
             const int q = v[prevLocalIndex(k)];
             const int lo = p < q ? p : q;
             const int hi = p < q ? q : p;
-            const int m =
-                lo == hi ? getNeighborAcrossEdge(T, -1, -1) : getNeighborAcrossEdge(T, lo, hi);
+            const int m = lo == hi ? getNeighborAcrossEdge(T, NoVertex, NoVertex)
+                                   : getNeighborAcrossEdge(T, lo, hi);
             c.across[k] =
                 acrossEntry(m, lo != hi && isConstraintVertex(lo) && isConstraintVertex(hi));
         }
@@ -119,13 +120,17 @@ FloodCells buildCells(const RyTriangulationImpl& mesh) {
 /// Floods `level` from the stack: everything reachable without crossing a constraint edge.
 /// A crossing proposes a deeper level to the triangle beyond it. True when the flood stopped
 /// at the iteration limit.
-bool floodLevel(const RyTriangulationImpl& mesh, DepthLabelling& s, int level) {
+bool floodLevel(const TriangleMesh& mesh,
+                const ConstraintRecords& records,
+                int maxIterations,
+                DepthLabelling& s,
+                int level) {
     FloodCell* const cells = s.cells.cells.get();
     auto isConstraint = [&](int a, int b, int& repeats) {
         const PkMeshEdge e(a, b);
-        if (mesh.constraintEdges.count(e) == 0) return false;
-        const auto r = mesh.constraintRepeats.find(e);
-        repeats = r == mesh.constraintRepeats.end() ? 0 : r->second;
+        if (!records.contains(e)) return false;
+        const auto r = records.repeats.find(e);
+        repeats = r == records.repeats.end() ? 0 : r->second;
         return true;
     };
     int processed = 0;
@@ -158,7 +163,7 @@ bool floodLevel(const RyTriangulationImpl& mesh, DepthLabelling& s, int level) {
             }
             s.depthStack.push_back(m);
         }
-        if (processed >= mesh.maxIterations) return true;
+        if (processed >= maxIterations) return true;
         ++processed;
     }
     return false;
@@ -188,9 +193,11 @@ bool nextLevel(DepthLabelling& s, int level, bool capped) {
 }
 
 /// Labels every triangle of `mesh` with its depth (in the cells' `depth`).
-FloodCells floodDepths(const RyTriangulationImpl& mesh) {
+FloodCells floodDepths(const TriangleMesh& mesh,
+                       const ConstraintRecords& records,
+                       int maxIterations) {
     DepthLabelling s;
-    s.cells = buildCells(mesh);
+    s.cells = buildCells(mesh, records);
     // Seed: the first ghost (or auxiliary) triangle is outside everything.
     const int n = int(mesh.triangles.size());
     for (int i = 0; i < n; ++i) {
@@ -202,7 +209,7 @@ FloodCells floodDepths(const RyTriangulationImpl& mesh) {
         }
     }
     for (int level = 0;; ++level) {
-        const bool capped = floodLevel(mesh, s, level);
+        const bool capped = floodLevel(mesh, records, maxIterations, s, level);
         if (!nextLevel(s, level, capped)) break;
     }
     return std::move(s.cells);
@@ -210,18 +217,14 @@ FloodCells floodDepths(const RyTriangulationImpl& mesh) {
 
 }  // namespace
 
-std::vector<int> RyTriangulationImpl::labelTriangleDepths() const {
-    const FloodCells cells = floodDepths(*this);
-    std::vector<int> depths(cells.size);
-    for (std::size_t i = 0; i < cells.size; ++i) depths[i] = cells[i].depth;
-    return depths;
-}
-
-void RyTriangulationImpl::deleteOuterTrianglesAndHoles() {
-    const FloodCells cells = floodDepths(*this);
-    const std::size_t n = triangles.size();
-    if (meshTriangles.capacity() < n) meshTriangles.reserve(n);
+void deleteOuterTrianglesAndHoles(const TriangleMesh& mesh,
+                                  const ConstraintRecords& constraints,
+                                  int maxIterations,
+                                  std::vector<PkMeshTriangle>& output) {
+    const FloodCells cells = floodDepths(mesh, constraints, maxIterations);
+    const std::size_t n = mesh.triangles.size();
+    if (output.capacity() < n) output.reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
-        if (cells[i].depth % 2 == 1) meshTriangles.push_back(triangles[i]);
+        if (cells[i].depth % 2 == 1) output.push_back(mesh.triangles[i]);
     }
 }

@@ -62,8 +62,17 @@ inline int vertexType(const PkMeshPoint3d& v) {
     return int((PkMeshFields::flags(v) >> 6) & 7u);
 }
 
+// Sentinel indices. The exported records' defaults are NoVertex (an edge's ends) and NoTriangle
+// (a vertex's triangle); the library writes and tests these names, never the bare values.
 /// Index of the virtual vertex at infinity shared by all ghost triangles.
 constexpr int GhostVertex = -2;
+/// A vertex index naming no vertex (an empty edge end, a search that found none).
+constexpr int NoVertex = -1;
+/// A triangle index naming no triangle: no neighbour, a vertex not yet in the mesh, a walk or
+/// search that found none.
+constexpr int NoTriangle = -1;
+/// A local position (0..2) naming none: no such corner or edge in the triangle.
+constexpr int NoLocalIndex = -1;
 /// Flags bit 0 of a triangle: set on ghost triangles.
 constexpr std::uint32_t bAux = 1u;
 

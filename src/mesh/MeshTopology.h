@@ -47,8 +47,8 @@ inline void replaceNeighborIn(PkMeshTriangle* tris, int count, int x, int oldInd
     }
 }
 
-/// Local position k of t whose edge (vertex k, vertex k+1) joins a and b (either order); -1 if
-/// none.
+/// Local position k of t whose edge (vertex k, vertex k+1) joins a and b (either order);
+/// NoLocalIndex if none.
 inline int getLocalEdgeIndex(const PkMeshTriangle& t, int a, int b) {
     const int* v = triVerts(t);
     for (int k = 0; k < 3; ++k) {
@@ -56,7 +56,12 @@ inline int getLocalEdgeIndex(const PkMeshTriangle& t, int a, int b) {
         const int q = v[k == 2 ? 0 : k + 1];
         if ((p == a && q == b) || (p == b && q == a)) return k;
     }
-    return -1;
+    return NoLocalIndex;
+}
+
+/// Local position of `vertex` among the corners v, which must hold it (2 when it is not 0 or 1).
+inline int cornerIndex(const int* v, int vertex) {
+    return v[0] == vertex ? 0 : (v[1] == vertex ? 1 : 2);
 }
 
 /// Neighbour of t across the edge {a, b}, by the rule of PkMeshTriangle::getNeighborIndex(a, b):

@@ -1,10 +1,12 @@
 #include "PkMeshEdge.h"
 
-PkMeshEdge::PkMeshEdge() : first(-1), second(-1) {}
+#include "mesh/MeshFields.h"
+
+PkMeshEdge::PkMeshEdge() : first(NoVertex), second(NoVertex) {}
 
 PkMeshEdge::PkMeshEdge(const PkMeshEdge& other) : first(other.first), second(other.second) {}
 
-PkMeshEdge::PkMeshEdge(int a, int b) : first(-1), second(-1) {
+PkMeshEdge::PkMeshEdge(int a, int b) : first(NoVertex), second(NoVertex) {
     setEdgeIndex(a, b);
 }
 
@@ -16,8 +18,8 @@ void PkMeshEdge::setEdgeIndex(int a, int b) {
         first = b;
         second = a;
     } else {
-        first = -1;
-        second = -1;
+        first = NoVertex;
+        second = NoVertex;
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <type_traits>
 
+#include "mesh/MeshFields.h"
+
 static_assert(sizeof(PkMeshPoint3d) == 32, "PkMeshPoint3d must stay 32 bytes");
 static_assert(std::is_trivially_copyable<PkMeshPoint3d>::value,
               "PkMeshPoint3d copies must stay plain memory copies");
@@ -14,7 +16,7 @@ constexpr std::uint32_t kTypeMask = 7u;
 }  // namespace
 
 PkMeshPoint3d::PkMeshPoint3d(PkGePoint3d p, PkMeshPoint3d::Type& type)
-    : flags((std::uint32_t(type) & kTypeMask) << kTypeShift), triangleIndex(-1), point(p) {}
+    : flags((std::uint32_t(type) & kTypeMask) << kTypeShift), triangleIndex(NoTriangle), point(p) {}
 
 void PkMeshPoint3d::setTriangleIndex(int triangle) {
     triangleIndex = triangle;

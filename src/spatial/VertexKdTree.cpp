@@ -222,8 +222,8 @@ int VertexKdTree::nearestIndex(const double* qp) {
 // (unless a distance test ends it early, which needs a squared distance that overflows): q's
 // insertion then starts from that leaf.
 void VertexKdTree::startScout(Scout& s, const double* q) const {
-    s.node = -1;
-    s.leaf = -1;
+    s.node = kNoNode;
+    s.leaf = kNoNode;
     if (nodes.empty() || !contains(q)) return;
     s.node = root;
     s.axis = rootAxis;
@@ -305,7 +305,7 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
         path->reachedLeaf = false;
     }
     bool descending = path != nullptr;  // still on the first descent
-    int foundLeaf = -1;
+    int foundLeaf = kNoNode;
     std::size_t foundAt = 0;
     double best = kHuge;
     searchStack[0] =
@@ -377,5 +377,5 @@ int VertexKdTree::search(const double* qp, DescentPath* path) {
         }
         descending = false;  // whatever ended it
     }
-    return foundLeaf < 0 ? -1 : nodes[std::size_t(foundLeaf)].bucket[foundAt];
+    return foundLeaf < 0 ? NoVertex : nodes[std::size_t(foundLeaf)].bucket[foundAt];
 }

@@ -56,7 +56,8 @@ public:
     PkMeshPoint3d findNearestVertex(const PkMeshPoint3d& q,
                                     const std::vector<PkMeshPoint3d>& vertices,
                                     int& nearest);
-    /// Index of the nearest inserted vertex to (q[0], q[1]) by the same search; -1 when empty.
+    /// Index of the nearest inserted vertex to (q[0], q[1]) by the same search; NoVertex when
+    /// empty.
     int nearestIndex(const double* q);
     /// nearestIndex(p), then insertPoint(v, p), in one descent where they share it.
     int nearestThenInsert(int v, const double* p);
@@ -67,9 +68,11 @@ public:
     /// A descent toward a point made a few levels at a time ahead of that point's query, so that
     /// the query finds the nodes on its way, and its leaf's coordinates, in the cache. Reads the
     /// tree only; whatever the tree does in between costs a miss and nothing else.
+    /// A node index naming none.
+    static constexpr int kNoNode = -1;
     struct Scout {
-        int node = -1;  ///< -1: done
-        int leaf = -1;  ///< the leaf it ended at, if it got there
+        int node = kNoNode;  ///< kNoNode: done
+        int leaf = kNoNode;  ///< the leaf it ended at, if it got there
         int axis = 0;
         double lo[2] = {0.0, 0.0};
         double hi[2] = {0.0, 0.0};
@@ -83,7 +86,7 @@ public:
         const int nodeCount = int(nodes.size());
         for (int level = 0; s.node >= 0; ++level) {
             if (s.node >= nodeCount) {
-                s.node = -1;
+                s.node = kNoNode;
                 return;
             }
             const KdNode& n = base[s.node];
@@ -104,7 +107,7 @@ public:
                 for (std::size_t at = 0; at < indexBytes; at += 64) prefetchLine(b + at);
                 if (indexBytes > 0) prefetchLine(b + indexBytes - 1);
                 s.leaf = s.node;
-                s.node = -1;
+                s.node = kNoNode;
                 return;
             }
             // The split is the box's midpoint (a coordinate equal to it goes high); the side is

@@ -138,15 +138,15 @@ bool onSegment(const double* p, const double* a, const double* b, double magnitu
 
 std::string validate(const RyTriangulationImpl& m, const Checks& c) {
     Report r;
-    const int nt = int(m.triangles.size()), nv = int(m.vertices.size());
+    const int nt = int(m.mesh.triangles.size()), nv = int(m.mesh.vertices.size());
     std::vector<char> live(std::size_t(nt), 1), sound(std::size_t(nt), 0);
     std::vector<char> used(std::size_t(nv), 0);
-    for (int f : m.freeTriangles) {
+    for (int f : m.mesh.freeTriangles) {
         if (f < 0 || f >= nt) r.add("freeTriangles holds " + std::to_string(f));
         if (f >= 0 && f < nt) live[std::size_t(f)] = 0;
     }
-    auto corners = [&](int t) { return triVerts(m.triangles[std::size_t(t)]); };
-    auto links = [&](int t) { return triNbrs(m.triangles[std::size_t(t)]); };
+    auto corners = [&](int t) { return triVerts(m.mesh.triangles[std::size_t(t)]); };
+    auto links = [&](int t) { return triNbrs(m.mesh.triangles[std::size_t(t)]); };
     auto ghost = [&](int t) {
         return t >= 0 && t < nt && sound[std::size_t(t)] && ghostCorner(corners(t)) >= 0;
     };
@@ -159,7 +159,7 @@ std::string validate(const RyTriangulationImpl& m, const Checks& c) {
         for (int k = 0; k < 3; ++k) ok = ok && (v[k] == GhostVertex || (v[k] >= 0 && v[k] < nv));
         if (!live[std::size_t(t)]) continue;
         if (!ok) r.add("triangle " + std::to_string(t) + " has corners " + str(v));
-        if (PkMeshFields::flags(m.triangles[std::size_t(t)]) != (g == 1 ? bAux : 0u)) {
+        if (PkMeshFields::flags(m.mesh.triangles[std::size_t(t)]) != (g == 1 ? bAux : 0u)) {
             r.add("triangle " + std::to_string(t) + " has wrong flags");
         }
         if (!ok) continue;
@@ -186,7 +186,7 @@ std::string validate(const RyTriangulationImpl& m, const Checks& c) {
         }
     }
     for (int i = 0; i < nv; ++i) {
-        const int t = vertexTriangle(m.vertices[std::size_t(i)]);
+        const int t = vertexTriangle(m.mesh.vertices[std::size_t(i)]);
         if (t == -1 && c.partial && !used[std::size_t(i)]) continue;
         const int* v = t >= 0 && t < nt && live[std::size_t(t)] ? corners(t) : nullptr;
         if (!v || (v[0] != i && v[1] != i && v[2] != i)) {
@@ -195,7 +195,7 @@ std::string validate(const RyTriangulationImpl& m, const Checks& c) {
     }
 
     std::vector<const double*> at;
-    for (const PkMeshPoint3d& p : m.vertices) at.push_back(vertexXY(p));
+    for (const PkMeshPoint3d& p : m.mesh.vertices) at.push_back(vertexXY(p));
     // The library treats a negative or NaN tolerance as 0.
     const double band = c.band >= 0.0 ? c.band : m.cdtTolerance > 0.0 ? m.cdtTolerance : 0.0;
     Geometry g{at, c, band, r, 0.0, {}};
@@ -223,13 +223,14 @@ std::string validate(const RyTriangulationImpl& m, const Checks& c) {
               " vertices");
     }
     g.triangles(real, !c.allowDegenerate);
-    g.delaunay(real, [&](int a, int b) { return m.constraintEdges.count(PkMeshEdge(a, b)) != 0; });
+    g.delaunay(real,
+               [&](int a, int b) { return m.constraints.edges.count(PkMeshEdge(a, b)) != 0; });
 
     // Constraint records: in the mesh, repeats counted, origins and crossings on input segments.
     const std::vector<PkMeshEdge>& inputs = c.inputs.empty() ? c.required : c.inputs;
     const bool segments = c.geometry && !inputs.empty();
     std::unordered_map<int, std::vector<int>> pieces;
-    for (const PkMeshEdge& e : m.constraintEdges) {
+    for (const PkMeshEdge& e : m.constraints.edges) {
         const int a = e.EdgeIndex1(), b = e.EdgeIndex2();
         if (a >= 0 && b < nv && g.directed.count(key(a, b)) + g.directed.count(key(b, a))) {
             pieces[a].push_back(b);
@@ -238,12 +239,12 @@ std::string validate(const RyTriangulationImpl& m, const Checks& c) {
             r.add("constraint edge " + str(a, b) + " is not an edge of the mesh");
         }
     }
-    for (const auto& [e, count] : m.constraintRepeats) {
-        if (count < 1 || m.constraintEdges.count(e) == 0)
+    for (const auto& [e, count] : m.constraints.repeats) {
+        if (count < 1 || m.constraints.edges.count(e) == 0)
             r.add("repeat count of " + str(e.EdgeIndex1(), e.EdgeIndex2()));
     }
-    for (const auto& [e, list] : m.constraintOrigins) {
-        bool ok = !list.empty() && m.constraintEdges.count(e) != 0 && e.EdgeIndex2() < nv;
+    for (const auto& [e, list] : m.constraints.origins) {
+        bool ok = !list.empty() && m.constraints.edges.count(e) != 0 && e.EdgeIndex2() < nv;
         for (const PkMeshEdge& o : list) {
             ok =
                 ok && o != e && validSegment(o, nv) && std::count(list.begin(), list.end(), o) == 1;

@@ -126,11 +126,13 @@ std::string differences(const RyTriangulationImpl& a, const RyTriangulationImpl&
     std::string d;
     if (a.options != b.options || a.maxIterations != b.maxIterations) d += "options ";
     if (std::memcmp(&a.cdtTolerance, &b.cdtTolerance, sizeof(double)) != 0) d += "tolerance ";
-    if (!same(a.triangles, b.triangles) || !same(a.meshTriangles, b.meshTriangles))
+    if (!same(a.mesh.triangles, b.mesh.triangles) || !same(a.meshTriangles, b.meshTriangles))
         d += "triangles ";
-    if (!same(a.vertices, b.vertices) || a.freeTriangles != b.freeTriangles) d += "vertices ";
-    if (a.constraintEdges != b.constraintEdges || a.constraintRepeats != b.constraintRepeats ||
-        a.constraintOrigins != b.constraintOrigins) {
+    if (!same(a.mesh.vertices, b.mesh.vertices) || a.mesh.freeTriangles != b.mesh.freeTriangles)
+        d += "vertices ";
+    if (a.constraints.edges != b.constraints.edges ||
+        a.constraints.repeats != b.constraints.repeats ||
+        a.constraints.origins != b.constraints.origins) {
         d += "constraint records";
     }
     return d;
