@@ -153,6 +153,11 @@ public:
     /// Without an implementation record, empty lists.
     const std::vector<PkMeshTriangle>& meshTriangles() const;
     const std::vector<PkMeshPoint3d>& meshVertices() const;
+    /// Hands the output list over without a copy, an extension for hosts that keep the triangles
+    /// beyond this object (free it, then build on them): the contents getMeshTriangles() would
+    /// return; this object's output list is left empty, as before any finishing call. Without an
+    /// implementation record, an empty list.
+    std::vector<PkMeshTriangle> takeMeshTriangles();
 
     /// Sets the band around zero within which an orientation or in-circle determinant (not a
     /// distance) counts as zero; default 1e-9. Negative or NaN behaves as 0.

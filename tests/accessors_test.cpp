@@ -1,6 +1,7 @@
 // The zero-copy accessors against the copying getters: the same elements, byte for byte, before
-// and after each finishing call, on plain and on constrained input (with crossing vertices); and
-// what a returned reference shows until the next non-const call on its own object.
+// and after each finishing call, on plain and on constrained input (with crossing vertices); the
+// list handed over; and what a returned reference shows until the next non-const call on its own
+// object.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -44,7 +45,7 @@ TEST(Accessors, ReturnWhatTheGettersReturnAfterEachCall) {
         EXPECT_TRUE(t.meshTriangles().empty());
         expectAccessorsMatchGetters(t);
         // The finishing calls append: each one's result must show, in full.
-        std::size_t before = 0;
+        std::size_t before = 0, first = 0;
         for (int call = 0; call < 2; ++call) {
             if (constrained && call == 0) {
                 t.deleteOuterTrianglesAndHoles();
@@ -53,8 +54,17 @@ TEST(Accessors, ReturnWhatTheGettersReturnAfterEachCall) {
             }
             EXPECT_GT(t.meshTriangles().size(), before);
             before = t.meshTriangles().size();
+            if (call == 0) first = before;
             expectAccessorsMatchGetters(t);
         }
+        // Taking the list hands over all of it and leaves the object as if never finished: the
+        // second call alone then gives the list's second part.
+        const std::vector<PkMeshTriangle> all = t.getMeshTriangles();
+        EXPECT_TRUE(sameBytes(t.takeMeshTriangles(), all));
+        EXPECT_TRUE(t.meshTriangles().empty());
+        t.deleteGhostTriangle();
+        EXPECT_TRUE(sameBytes(t.meshTriangles(),
+                              std::vector<PkMeshTriangle>(all.begin() + long(first), all.end())));
     }
 }
 

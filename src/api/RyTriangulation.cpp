@@ -117,6 +117,13 @@ const std::vector<PkMeshPoint3d>& RyTriangulation::meshVertices() const {
     return impl ? impl->mesh.vertices : noEntries<PkMeshPoint3d>();
 }
 
+std::vector<PkMeshTriangle> RyTriangulation::takeMeshTriangles() {
+    if (!impl) return {};
+    std::vector<PkMeshTriangle> taken;
+    taken.swap(impl->meshTriangles);
+    return taken;
+}
+
 void RyTriangulation::setProgressCallback(PkProgressCallback callback, void* context) {
     if (!impl) return;
     impl->progress = ProgressReport{callback, context};

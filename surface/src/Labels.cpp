@@ -29,7 +29,7 @@ EdgeGroups groupPieces(const MeshTopology& mesh, const TracedLines& traced) {
     }
     std::sort(pairs.begin(), pairs.end());
     EdgeGroups groups;
-    groups.ofHalfEdge.assign(mesh.triangles.size(), -1);
+    if (!pairs.empty()) groups.ofHalfEdge.assign(mesh.triangles.size(), -1);
     groups.line.reserve(pairs.size());
     for (std::size_t i = 0; i < pairs.size(); ++i) {
         if (i > 0 && pairs[i].first != pairs[i - 1].first) groups.start.push_back(std::int32_t(i));
@@ -62,7 +62,7 @@ std::vector<std::int32_t> boundingCount(const EdgeGroups& groups,
 }
 
 std::int32_t groupOf(const EdgeGroups& groups, std::int32_t h) {
-    return groups.ofHalfEdge[std::size_t(h)];
+    return groups.of(h);
 }
 
 /// The sets of rings met by the flood, interned, with the crossings between them cached.

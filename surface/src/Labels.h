@@ -13,9 +13,14 @@ namespace ry {
 /// The constraint lines on each mesh edge: group g holds line[start[g] .. start[g + 1]), one
 /// entry per time a line runs along the edge; both half-edges of the edge name the group.
 struct EdgeGroups {
+    /// Per half-edge, its group or -1; empty when no line is in the mesh (all -1).
     std::vector<std::int32_t> ofHalfEdge;
     std::vector<std::int32_t> start{0};
     std::vector<std::int32_t> line;
+
+    std::int32_t of(std::int32_t h) const {
+        return ofHalfEdge.empty() ? -1 : ofHalfEdge[std::size_t(h)];
+    }
 };
 
 EdgeGroups groupPieces(const MeshTopology& mesh, const TracedLines& traced);

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 #include <map>
 #include <new>
 #include <stdexcept>
@@ -237,9 +240,11 @@ bool triangulate(const MergedPoints& merged,
             edges.emplace_back(chains.chain[first + k], chains.chain[first + (k + 1) % count]);
         }
     }
-    // The library's arrays are gone before the positions are copied, which keeps the peak down:
-    // its vertices are the merged points unchanged, then those made at crossings (kept aside).
+    // The library's arrays are gone before its triangles are converted and the positions copied,
+    // which keeps the peak down: the output list is taken over, its vertices are the merged
+    // points unchanged, then those made at crossings (kept aside).
     std::vector<double> crossings;
+    std::vector<PkMeshTriangle> triangles;
     {
         RyTriangulation tri(o.spatialSort, o.splitCrossing);
         tri.setCDTTolerence(o.cdtTolerance);
@@ -250,22 +255,28 @@ bool triangulate(const MergedPoints& merged,
         if (status == StatusStopped) return fail(s, SurfaceStatus::kStopped, "stopped");
         if (status != StatusOk) return failTriangulation(int(status), o, s);
         points = std::vector<PkGePoint3d>();
+        // The triangulation's temporaries stay with glibc's allocator, below its threshold for
+        // returning memory: hand them back before the output list adds to the peak.
+#if defined(__GLIBC__)
+        malloc_trim(0);
+#endif
         tri.deleteGhostTriangle();
-        const std::vector<PkMeshTriangle>& triangles = tri.meshTriangles();
-        mesh.triangles.resize(3 * triangles.size());
-        mesh.working.resize(3 * triangles.size());
-        for (std::size_t t = 0; t < triangles.size(); ++t) {
-            for (int k = 0; k < 3; ++k) {
-                mesh.triangles[3 * t + std::size_t(k)] = triangles[t].getVertexIndexAt(k);
-                mesh.working[3 * t + std::size_t(k)] = triangles[t].getNeighborIndex(k);
-            }
-        }
+        triangles = tri.takeMeshTriangles();
         const std::vector<PkMeshPoint3d>& vertices = tri.meshVertices();
         for (std::size_t v = merged.size(); v < vertices.size(); ++v) {
             const PkGePoint3d p = vertices[v].getPoint();
             crossings.insert(crossings.end(), {p.x, p.y, p.z});
         }
     }
+    mesh.triangles.resize(3 * triangles.size());
+    mesh.working.resize(3 * triangles.size());
+    for (std::size_t t = 0; t < triangles.size(); ++t) {
+        for (int k = 0; k < 3; ++k) {
+            mesh.triangles[3 * t + std::size_t(k)] = triangles[t].getVertexIndexAt(k);
+            mesh.working[3 * t + std::size_t(k)] = triangles[t].getNeighborIndex(k);
+        }
+    }
+    triangles = std::vector<PkMeshTriangle>();
     mesh.xyz.reserve(xyz.size + crossings.size());
     mesh.xyz.assign(xyz.data, xyz.data + xyz.size);
     mesh.xyz.insert(mesh.xyz.end(), crossings.begin(), crossings.end());

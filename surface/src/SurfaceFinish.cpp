@@ -78,20 +78,22 @@ bool checkMissing(const TracedLines& traced,
                 o.splitCrossing ? "report the input" : "split crossing lines (splitCrossing)");
 }
 
-void emitVertices(const MeshTopology& mesh,
+/// Moves the positions out of the mesh: the last step that reads them from there.
+void emitVertices(MeshTopology& mesh,
                   const MergedPoints& merged,
                   const TracedLines& traced,
                   Surface& s) {
-    s.vertices = mesh.xyz;
+    s.vertices = std::move(mesh.xyz);
+    mesh.xyz = std::vector<double>();
     const std::size_t firstCreated = merged.size();
-    s.crossingVertices = mesh.xyz.size() / 3 - firstCreated;
+    s.crossingVertices = s.vertices.size() / 3 - firstCreated;
     for (std::size_t c = 0; c < s.crossingVertices; ++c) {
         if (traced.heightCount[c] > 0) {
             s.vertices[3 * (firstCreated + c) + 2] = traced.heightSum[c] / traced.heightCount[c];
         }
     }
     s.vertexSource = merged.vertexSource;
-    s.vertexSource.resize(mesh.xyz.size() / 3, -1);
+    s.vertexSource.resize(s.vertices.size() / 3, -1);
 }
 
 void emitEdges(const MeshTopology& mesh,
@@ -129,7 +131,7 @@ inline void fetchCorners(const MeshTopology& mesh, std::size_t t) {
 /// How many triangles ahead emitTriangles fetches corners.
 constexpr std::size_t kFetchAhead = 16;
 
-bool emitTriangles(const MeshTopology& mesh,
+bool emitTriangles(MeshTopology& mesh,
                    const std::vector<char>& kept,
                    const SurfaceOptions& o,
                    Surface& s) {
@@ -138,19 +140,26 @@ bool emitTriangles(const MeshTopology& mesh,
     std::vector<std::int32_t> newIndex(m, -1);
     std::int32_t count = 0;
     for (std::size_t t = 0; t < m; ++t) newIndex[t] = kept[t] ? count++ : -1;
-    s.triangles.reserve(3 * std::size_t(count));
-    s.neighbors.reserve(3 * std::size_t(count));
+    // With every triangle kept (a plain point cloud), the mesh's own arrays become the surface's
+    // below instead of being copied: the peak holds one list of triangles, not two.
+    const bool all = std::size_t(count) == m;
+    if (!all) {
+        s.triangles.reserve(3 * std::size_t(count));
+        s.neighbors.reserve(3 * std::size_t(count));
+    }
     long double area = 0;
     bool anyArea = false;
     for (std::size_t t = 0; t < m; ++t) {
         if (t + kFetchAhead < m) fetchCorners(mesh, t + kFetchAhead);
         const std::int32_t* v = &mesh.triangles[3 * t];
-        std::vector<std::int32_t>& to = kept[t] ? s.triangles : s.removedTriangles;
-        if (kept[t] || o.keepRemoved) to.insert(to.end(), v, v + 3);
-        if (!kept[t]) continue;
-        for (std::size_t k = 0; k < 3; ++k) {
-            const std::int32_t across = mesh.twin[3 * t + k];
-            s.neighbors.push_back(across < 0 ? -1 : newIndex[std::size_t(across / 3)]);
+        if (!all) {
+            std::vector<std::int32_t>& to = kept[t] ? s.triangles : s.removedTriangles;
+            if (kept[t] || o.keepRemoved) to.insert(to.end(), v, v + 3);
+            if (!kept[t]) continue;
+            for (std::size_t k = 0; k < 3; ++k) {
+                const std::int32_t across = mesh.twin[3 * t + k];
+                s.neighbors.push_back(across < 0 ? -1 : newIndex[std::size_t(across / 3)]);
+            }
         }
         const double* a = mesh.xy(v[0]);
         const double* b = mesh.xy(v[1]);
@@ -159,6 +168,13 @@ bool emitTriangles(const MeshTopology& mesh,
         anyArea = anyArea || orientSign(a, b, c) > 0;
     }
     s.keptArea = double(area / 2);
+    if (all) {
+        for (std::int32_t& across : mesh.twin) across = across < 0 ? -1 : across / 3;
+        s.triangles = std::move(mesh.triangles);
+        s.neighbors = std::move(mesh.twin);
+        mesh.triangles = std::vector<std::int32_t>();
+        mesh.twin = std::vector<std::int32_t>();
+    }
     if (count == 0) {
         return fail(s,
                     SurfaceStatus::kNothingKept,
@@ -193,7 +209,7 @@ void findHoleSeeds(const MeshTopology& mesh,
         seen[start] = 1;
         for (std::size_t i = 0; i < region.size(); ++i) {
             for (std::int32_t h = 3 * region[i]; h < 3 * region[i] + 3; ++h) {
-                if (groups.ofHalfEdge[std::size_t(h)] >= 0) continue;
+                if (groups.of(h) >= 0) continue;
                 const std::int32_t across = mesh.twin[std::size_t(h)];
                 open |= across < 0;
                 if (across < 0 || seen[std::size_t(across / 3)]) continue;
@@ -217,6 +233,32 @@ void findHoleSeeds(const MeshTopology& mesh,
     }
 }
 
+/// What follows the tracing: the missing segments, the labels, the triangles kept and the hole
+/// seeds; false when the surface fails or stops there.
+bool keepTriangles(MeshTopology& mesh,
+                   const TracedLines& traced,
+                   const MergedPoints& merged,
+                   const LineChains& chains,
+                   const std::vector<char>& skip,
+                   const SurfaceInput& in,
+                   const SurfaceOptions& o,
+                   Surface& s) {
+    if (!checkMissing(traced, chains, merged, o, s)) return false;
+    if (o.progress && !o.progress(o.progressContext, SurfacePhase::kFinish, 2, 3)) return stop(s);
+    const EdgeGroups groups = groupPieces(mesh, traced);
+    const LabelResult labels = labelTriangles(s.keep, mesh, groups, chains, skip, in.holePoints);
+    s.ignoredHolePoints = labels.ignoredHolePoints;
+    if (labels.disagreements > 0) {
+        return fail(s,
+                    SurfaceStatus::kConstraintMissing,
+                    "the rings could not be followed as closed chains of mesh edges",
+                    "report the input");
+    }
+    if (!emitTriangles(mesh, labels.kept, o, s)) return false;
+    findHoleSeeds(mesh, groups, labels.kept, s);
+    return true;
+}
+
 }  // namespace
 
 bool finishSurface(MeshTopology& mesh,
@@ -236,22 +278,10 @@ bool finishSurface(MeshTopology& mesh,
     if (!step(1)) return stop(s);
     const TracedLines traced = traceLines(mesh, chains, std::int32_t(merged.size()));
     s.keep = resolveRule(o.keep, chains, skip, in);
-    emitVertices(mesh, merged, traced, s);
     emitEdges(mesh, traced, chains, s);
-    if (!checkMissing(traced, chains, merged, o, s)) return false;
-    if (!step(2)) return stop(s);
-    const EdgeGroups groups = groupPieces(mesh, traced);
-    const LabelResult labels = labelTriangles(s.keep, mesh, groups, chains, skip, in.holePoints);
-    s.ignoredHolePoints = labels.ignoredHolePoints;
-    if (labels.disagreements > 0) {
-        return fail(s,
-                    SurfaceStatus::kConstraintMissing,
-                    "the rings could not be followed as closed chains of mesh edges",
-                    "report the input");
-    }
-    if (!emitTriangles(mesh, labels.kept, o, s)) return false;
-    findHoleSeeds(mesh, groups, labels.kept, s);
-    return step(3) || stop(s);
+    const bool kept = keepTriangles(mesh, traced, merged, chains, skip, in, o, s);
+    emitVertices(mesh, merged, traced, s);  // last: it takes the positions out of the mesh
+    return kept && (step(3) || stop(s));
 }
 
 }  // namespace ry
