@@ -11,7 +11,6 @@
 //   constraints_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -20,6 +19,7 @@
 #include <malloc.h>
 #endif
 
+#include "HostPath.h"
 #include "PeakMemory.h"
 #include "RyTriangulation.h"
 #include "api/RyTriangulationAccess.h"
@@ -129,9 +129,10 @@ void BM_HolesTriangulation(benchmark::State& state) {
     state.counters["points"] = double(w.points.size());
 }
 
-// The constraint edges alone: insertConstraintEdge on a triangulated record.
-void BM_HolesConstraintInsertion(benchmark::State& state) {
-    const Workload& w = holesWorkload(int(state.range(0)));
+/// The constraint edges alone, inserted into a triangulated default object (untimed setup);
+/// returns the vertex count after the last run.
+std::size_t timeConstraintInsertion(benchmark::State& state, const Workload& w) {
+    std::size_t vertices = 0;
     for (auto _ : state) {
         state.PauseTiming();
         auto t = std::make_unique<RyTriangulation>();
@@ -146,9 +147,16 @@ void BM_HolesConstraintInsertion(benchmark::State& state) {
             }
         }
         state.PauseTiming();
+        vertices = m.mesh.vertices.size();
         t.reset();
         state.ResumeTiming();
     }
+    return vertices;
+}
+
+void BM_HolesConstraintInsertion(benchmark::State& state) {
+    const Workload& w = holesWorkload(int(state.range(0)));
+    timeConstraintInsertion(state, w);
     state.counters["edges"] = double(w.edges.size());
 }
 
@@ -206,67 +214,24 @@ void BM_HolesTotal(benchmark::State& state) {
 /// paths over the call alone (path_accessor, target 1.2 at 1e6; path_getter).
 void BM_HolesEndToEnd(benchmark::State& state) {
     const Workload& w = holesWorkload(int(state.range(0)));
-    using Clock = std::chrono::steady_clock;
-    auto ms = [](Clock::time_point a, Clock::time_point b) {
-        return std::chrono::duration<double, std::milli>(b - a).count();
-    };
-    double call = 0, finish = 0, read = 0, getter = 0;
+    rytest::HostPath path;
     for (auto _ : state) {
-        auto t = std::make_unique<RyTriangulation>();
-        startPeakMeasurement();
-        const Clock::time_point t0 = Clock::now();
-        if (t->delaunayTriangulationWithConstraints(w.points, w.edges) != StatusOk) {
-            state.SkipWithError("constrained triangulation");
-        }
-        const Clock::time_point t1 = Clock::now();
-        t->deleteOuterTrianglesAndHoles();
-        const Clock::time_point t2 = Clock::now();
-        long long sum = 0;
-        for (const PkMeshTriangle& m : t->meshTriangles()) sum += m.getVertexIndexAt(0);
-        const Clock::time_point t3 = Clock::now();
-        {
-            const std::vector<PkMeshTriangle> copy = t->getMeshTriangles();
-            for (const PkMeshTriangle& m : copy) sum -= m.getVertexIndexAt(0);
-        }
-        const Clock::time_point t4 = Clock::now();
-        if (sum != 0) state.SkipWithError("the copy differs");
-        call += ms(t0, t1);
-        finish += ms(t1, t2);
-        read += ms(t2, t3);
-        getter += ms(t3, t4);
-        state.SetIterationTime(std::chrono::duration<double>(t3 - t0).count());
-        t.reset();
+        auto tri = std::make_unique<RyTriangulation>();
+        path.run(
+            state,
+            *tri,
+            [&](RyTriangulation& t) {
+                return t.delaunayTriangulationWithConstraints(w.points, w.edges);
+            },
+            [](RyTriangulation& t) { t.deleteOuterTrianglesAndHoles(); });
+        tri.reset();
     }
-    const double k = double(state.iterations());
-    state.counters["call_ms"] = call / k;
-    state.counters["finish_ms"] = finish / k;
-    state.counters["read_ms"] = read / k;
-    state.counters["getter_ms"] = getter / k;
-    state.counters["path_accessor"] = (call + finish + read) / call;
-    state.counters["path_getter"] = (call + finish + getter) / call;
+    path.report(state, double(w.points.size()));
 }
 
 void BM_CrossingGridConstraintInsertion(benchmark::State& state) {
     const Workload& w = gridWorkload();
-    std::size_t vertices = 0;
-    for (auto _ : state) {
-        state.PauseTiming();
-        auto t = std::make_unique<RyTriangulation>(true, true);
-        if (t->delaunayTriangulation(w.points) != StatusOk) state.SkipWithError("triangulation");
-        RyTriangulationImpl& m = *RyTriangulationAccess::impl(*t);
-        const ConstraintContext context = m.constraintContext();
-        state.ResumeTiming();
-        for (const PkMeshEdge& e : w.edges) {
-            if (insertConstraintEdge(context, e) != StatusOk) {
-                state.SkipWithError("constraint");
-                break;
-            }
-        }
-        state.PauseTiming();
-        vertices = m.mesh.vertices.size();
-        t.reset();
-        state.ResumeTiming();
-    }
+    const std::size_t vertices = timeConstraintInsertion(state, w);
     state.counters["crossing_vertices"] = double(vertices - w.points.size());
 }
 

@@ -11,12 +11,12 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
 
+#include "HostPath.h"
 #include "PeakMemory.h"
 #include "RyTriangulation.h"
 #include "api/RyTriangulationAccess.h"
@@ -133,50 +133,18 @@ void BM_InsertionOrder(benchmark::State& state) {
 void BM_UniformEndToEnd(benchmark::State& state) {
     const int n = int(state.range(0));
     const Points& points = input(kUniform, n);
-    using Clock = std::chrono::steady_clock;
-    auto ms = [](Clock::time_point a, Clock::time_point b) {
-        return std::chrono::duration<double, std::milli>(b - a).count();
-    };
-    double call = 0, finish = 0, read = 0, getter = 0;
-    long long peakGrowth = -1;
+    rytest::HostPath path;
     for (auto _ : state) {
         std::srand(1);
         auto tri = std::make_unique<RyTriangulation>();
-        rytest::releaseFreedMemory();
-        rytest::resetPeakMemory();
-        const long long before = rytest::currentMemoryBytes();
-        const Clock::time_point t0 = Clock::now();
-        if (tri->delaunayTriangulation(points) != StatusOk) state.SkipWithError("triangulation");
-        const Clock::time_point t1 = Clock::now();
-        const long long peak = rytest::peakMemoryBytes();
-        if (before >= 0 && peak >= 0) peakGrowth = std::max(peakGrowth, peak - before);
-        const Clock::time_point t2 = Clock::now();
-        tri->deleteGhostTriangle();
-        const Clock::time_point t3 = Clock::now();
-        long long sum = 0;
-        for (const PkMeshTriangle& t : tri->meshTriangles()) sum += t.getVertexIndexAt(0);
-        const Clock::time_point t4 = Clock::now();
-        {
-            const std::vector<PkMeshTriangle> copy = tri->getMeshTriangles();
-            for (const PkMeshTriangle& t : copy) sum -= t.getVertexIndexAt(0);
-        }
-        const Clock::time_point t5 = Clock::now();
-        if (sum != 0) state.SkipWithError("the copy differs");
-        call += ms(t0, t1);
-        finish += ms(t2, t3);
-        read += ms(t3, t4);
-        getter += ms(t4, t5);
-        state.SetIterationTime(std::chrono::duration<double>((t1 - t0) + (t4 - t2)).count());
+        path.run(
+            state,
+            *tri,
+            [&](RyTriangulation& t) { return t.delaunayTriangulation(points); },
+            [](RyTriangulation& t) { t.deleteGhostTriangle(); });
         tri.reset();
     }
-    const double k = double(state.iterations());
-    state.counters["call_ms"] = call / k;
-    state.counters["finish_ms"] = finish / k;
-    state.counters["read_ms"] = read / k;
-    state.counters["getter_ms"] = getter / k;
-    state.counters["path_accessor"] = (call + finish + read) / call;
-    state.counters["path_getter"] = (call + finish + getter) / call;
-    state.counters["peak_bytes_per_point"] = double(peakGrowth) / double(n);
+    path.report(state, double(n));
 }
 
 BENCHMARK(BM_InsertionOrder)->Arg(1000000)->Unit(benchmark::kMillisecond);

@@ -79,25 +79,6 @@ std::string libraryAdvice(int status, const Options& o) {
     }
 }
 
-const char* libraryName(int status) {
-    switch (status) {
-        case StatusFailed:
-            return "StatusFailed";
-        case StatusTooFewPoints:
-            return "StatusTooFewPoints";
-        case StatusCoincidentVertex:
-            return "StatusCoincidentVertex";
-        case StatusLocateFailed:
-            return "StatusLocateFailed";
-        case StatusConstraintFailed:
-            return "StatusConstraintFailed";
-        case StatusIterationLimit:
-            return "StatusIterationLimit";
-        default:
-            return "unknown status";
-    }
-}
-
 const char* libraryMeaning(int status) {
     switch (status) {
         case StatusFailed:
@@ -256,7 +237,8 @@ int reportFailure(const Site& site,
     switch (s.status) {
         case SurfaceStatus::kTriangulationFailed:
             printError("triangulation of " + label + " failed with status " +
-                       std::to_string(s.libraryStatus) + " (" + libraryName(s.libraryStatus) +
+                       std::to_string(s.libraryStatus) + " (" +
+                       ry::libraryStatusName(s.libraryStatus) +
                        "): " + libraryMeaning(s.libraryStatus) + ".");
             std::fprintf(stderr, "rytri: try: %s.\n", libraryAdvice(s.libraryStatus, o).c_str());
             return kExitStatus;

@@ -228,5 +228,7 @@ RYSURFACE_EXPORT Surface buildSurface(const SurfaceInput& input,
 
 /// "ok", "bad input", ... for messages.
 RYSURFACE_EXPORT const char* statusName(SurfaceStatus status);
+/// The library's status by its name ("StatusFailed", ...), for messages.
+RYSURFACE_EXPORT const char* libraryStatusName(int status);
 
 }  // namespace ry

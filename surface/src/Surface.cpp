@@ -149,25 +149,6 @@ void findRepeatedRings(const LineChains& chains, Surface& s) {
     }
 }
 
-const char* libraryStatusName(int status) {
-    switch (status) {
-        case StatusFailed:
-            return "StatusFailed";
-        case StatusTooFewPoints:
-            return "StatusTooFewPoints";
-        case StatusCoincidentVertex:
-            return "StatusCoincidentVertex";
-        case StatusLocateFailed:
-            return "StatusLocateFailed";
-        case StatusConstraintFailed:
-            return "StatusConstraintFailed";
-        case StatusIterationLimit:
-            return "StatusIterationLimit";
-        default:
-            return "an undocumented status";
-    }
-}
-
 /// The library's failure, with advice that fits the cause and the options in force.
 bool failTriangulation(int status, const SurfaceOptions& o, Surface& s) {
     s.libraryStatus = status;
@@ -373,6 +354,25 @@ const char* statusName(SurfaceStatus status) {
             return "out of memory";
     }
     return "unknown";
+}
+
+const char* libraryStatusName(int status) {
+    switch (status) {
+        case StatusFailed:
+            return "StatusFailed";
+        case StatusTooFewPoints:
+            return "StatusTooFewPoints";
+        case StatusCoincidentVertex:
+            return "StatusCoincidentVertex";
+        case StatusLocateFailed:
+            return "StatusLocateFailed";
+        case StatusConstraintFailed:
+            return "StatusConstraintFailed";
+        case StatusIterationLimit:
+            return "StatusIterationLimit";
+        default:
+            return "an undocumented status";
+    }
 }
 
 }  // namespace ry
