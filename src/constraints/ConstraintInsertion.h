@@ -83,8 +83,9 @@ PkTriangulationStatus resolveCrossing(const ConstraintContext& c,
                                       int b,
                                       PkGePoint3d p,
                                       std::vector<PkMeshEdge>& pendingEdges);
-/// Adds the edges of every triangle around the vertex to `suspectEdges`.
-void noteEdgesAround(const ConstraintContext& c, int vertex);
+/// Adds every edge at the vertex to `suspectEdges` (the edges opposite it were just checked by
+/// the flips that followed its insertion).
+void noteEdgesAt(const ConstraintContext& c, int vertex);
 /// Lawson flips from `suspectEdges` (emptied) until all edges they reach are locally Delaunay
 /// or constraints.
 PkTriangulationStatus legalizeSuspectEdges(const ConstraintContext& c);

@@ -215,14 +215,22 @@ PkTriangulationStatus resolveCrossing(const ConstraintContext& c,
     switch (plan.kind) {
         case CrossingPlan::kRefused:
             return StatusConstraintFailed;
-        case CrossingPlan::kSplit:
+        case CrossingPlan::kSplit: {
             through = splitConstraintEdge(c, crossed, p, t);
             if (through < 0) return StatusFailed;
             // The flips after the split test only the edges opposite the new vertex. The vertex
             // is rounded off the constraint it splits, so an edge at it may fail the test by a
-            // rounding; left alone, a later cavity next to it would build on the miss.
-            noteEdgesAround(c, through);
+            // rounding; left alone, a later cavity next to it would build on the miss. With
+            // nothing else pending they are settled now, so the next pieces meet a constrained
+            // Delaunay mesh and their cavities need no checks.
+            const bool pending = plan.moved || !c.suspectEdges.empty();
+            noteEdgesAt(c, through);
+            if (!pending) {
+                const PkTriangulationStatus legalized = legalizeSuspectEdges(c);
+                if (legalized != StatusOk) return legalized;
+            }
             break;
+        }
         case CrossingPlan::kInsert: {
             through = int(vertices.size());
             c.mesh.appendVertex(p);
@@ -232,7 +240,7 @@ PkTriangulationStatus resolveCrossing(const ConstraintContext& c,
             if (status == StatusOk) status = legalizeAroundVertex(c.delaunay(), through, list);
             if (status != StatusOk) return StatusFailed;
             c.records.split(crossed, through);
-            noteEdgesAround(c, through);
+            noteEdgesAt(c, through);
             suspectEdges.push_back(crossed);
             break;
         }
@@ -253,7 +261,7 @@ PkTriangulationStatus resolveCrossing(const ConstraintContext& c,
     return StatusOk;
 }
 
-void noteEdgesAround(const ConstraintContext& c, int vertex) {
+void noteEdgesAt(const ConstraintContext& c, int vertex) {
     const std::vector<PkMeshTriangle>& triangles = c.mesh.triangles;
     const std::vector<PkMeshPoint3d>& vertices = c.mesh.vertices;
     const int maxIterations = c.maxIterations;
@@ -262,9 +270,8 @@ void noteEdgesAround(const ConstraintContext& c, int vertex) {
     int t = t0;
     for (int count = 0; t >= 0 && t < triangleCount && count < maxIterations; ++count) {
         const int* v = triVerts(triangles[std::size_t(t)]);
-        for (int k = 0; k < 3; ++k)
-            c.suspectEdges.push_back(PkMeshEdge(v[k], v[nextLocalIndex(k)]));
         const int i = v[0] == vertex ? 0 : (v[1] == vertex ? 1 : 2);
+        c.suspectEdges.push_back(PkMeshEdge(vertex, v[nextLocalIndex(i)]));
         t = triNbrs(triangles[std::size_t(t)])[i];
         if (t == t0) break;
     }
