@@ -7,6 +7,9 @@
 #include <cstring>
 #include <limits>
 
+#include "io/ParallelLines.h"
+#include "io/TextFormat.h"
+
 namespace rytri {
 
 PkGePoint3d toSpace(const PkGePoint3d& p, int plane) {
@@ -77,23 +80,27 @@ PkGePoint3d vertexAt(const ry::Surface& s, std::size_t v) {
 void writeObj(const MeshOutput& mesh, const std::string& comment, OutputFile& out) {
     const ry::Surface& s = mesh.surface;
     writeComment(out, comment);
-    for (std::size_t v = 0; v < s.vertexCount(); ++v) {
-        writeVertex(out, "v ", toSpace(vertexAt(s, v), mesh.plane));
-    }
+    // Longest lines: "v " and three numbers of at most 24 characters; "f " and three of 11.
+    writeLines(out, s.vertexCount(), 80, [&](std::size_t v, TextBlock& text) {
+        text.write("v ");
+        const PkGePoint3d p = toSpace(vertexAt(s, v), mesh.plane);
+        writeTriple(text, p.x, p.y, p.z, " ");
+        text.write("\n");
+    });
     // Seen from the positive height axis the triangles run counter-clockwise in (u, v); for the
     // x-z plane that axis is y and (x, z, y) is a left-handed relabelling, so flip the order to
     // keep the faces' normals on the height side.
     const bool flip = mesh.plane == 1;
-    for (std::size_t t = 0; t < s.triangleCount(); ++t) {
+    writeLines(out, s.triangleCount(), 40, [&](std::size_t t, TextBlock& text) {
         const std::int32_t* v = &s.triangles[3 * t];
-        out.write("f ");
-        out.writeInteger(v[0] + 1);
-        out.write(" ");
-        out.writeInteger((flip ? v[2] : v[1]) + 1);
-        out.write(" ");
-        out.writeInteger((flip ? v[1] : v[2]) + 1);
-        out.write("\n");
-    }
+        text.write("f ");
+        text.writeInteger(v[0] + 1);
+        text.write(" ");
+        text.writeInteger((flip ? v[2] : v[1]) + 1);
+        text.write(" ");
+        text.writeInteger((flip ? v[1] : v[2]) + 1);
+        text.write("\n");
+    });
     // Lines with roles go in groups named after the role, which the .obj reader gives back.
     bool roles = false;
     for (ry::Role role : s.edgeRole) roles |= role != ry::Role::kEdge;

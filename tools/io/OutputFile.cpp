@@ -143,6 +143,15 @@ void OutputFile::flush() {
 }
 
 void OutputFile::writeLong(std::string_view text) {
+    // A block formatted apart goes to the file as it is, after what is buffered.
+    if (text.size() >= kBufferSize / 2) {
+        flush();
+        if (file && !failed && std::fwrite(text.data(), 1, text.size(), file) != text.size()) {
+            failed = true;
+            writeErrno = errno;
+        }
+        return;
+    }
     // Fill the buffer, then whole buffers at a time: the bytes go out in the same order.
     while (!text.empty()) {
         const std::size_t part = std::min(text.size(), std::size_t(limit - cursor));

@@ -18,6 +18,29 @@ namespace rytri {
 /// (at most 24 characters); returns its end.
 char* writeShortest(char* at, double value);
 
+/// Text formatted apart from the file (on another thread), then appended whole. The caller
+/// keeps within its capacity: each write assumes the room is there.
+class TextBlock {
+public:
+    explicit TextBlock(std::size_t capacity)
+        : buffer(new char[capacity]), cursor(buffer.get()), limit(cursor + capacity) {}
+    void write(std::string_view text) {
+        std::memcpy(cursor, text.data(), text.size());
+        cursor += text.size();
+    }
+    void writeNumber(double value) { cursor = writeShortest(cursor, value); }
+    void writeInteger(long long value) { cursor = std::to_chars(cursor, limit, value).ptr; }
+    std::string_view text() const {
+        return std::string_view(buffer.get(), std::size_t(cursor - buffer.get()));
+    }
+    void clear() { cursor = buffer.get(); }
+
+private:
+    std::unique_ptr<char[]> buffer;
+    char* cursor;
+    char* limit;
+};
+
 class OutputFile {
 public:
     explicit OutputFile(std::string path);

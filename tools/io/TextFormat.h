@@ -20,7 +20,8 @@ std::string escapeXml(std::string_view text, bool greater = true);
 
 /// Three numbers in their shortest round-trip text, `between` between them.
 /// (Inline: it writes every vertex of a large mesh.)
-inline void writeTriple(OutputFile& out, double a, double b, double c, std::string_view between) {
+template <class Text>
+inline void writeTriple(Text& out, double a, double b, double c, std::string_view between) {
     out.writeNumber(a);
     out.write(between);
     out.writeNumber(b);

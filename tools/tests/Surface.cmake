@@ -76,6 +76,16 @@ elseif(CASE STREQUAL "big")
     file(WRITE "${WORK}/b.txt" "100 100\n900 100\n900 900\n100 900\n")
     file(WRITE "${WORK}/h.txt" "400 400\n600 400\n600 600\n400 600\n")
     run_rytri(EXIT 0 STDOUT "kept area    600000\n" ARGS site.xyz --boundary b.txt --hole h.txt -o ${null_device})
+    # Enough vertices and faces that the OBJ is formatted on two threads: the same bytes as on one.
+    execute_process(COMMAND ${EMULATOR} "${BIGSITE}" 70000 3 two.xyz unused.txt WORKING_DIRECTORY "${WORK}")
+    run_rytri(EXIT 0 ARGS two.xyz -o two.obj)
+    execute_process(COMMAND "${CMAKE_COMMAND}" -E env RYTRI_THREADS=1 ${EMULATOR} "${RYTRI}" two.xyz -o one.obj
+        WORKING_DIRECTORY "${WORK}" RESULT_VARIABLE rc)
+    file(SHA256 "${WORK}/two.obj" two)
+    file(SHA256 "${WORK}/one.obj" one)
+    if(NOT rc EQUAL 0 OR NOT two STREQUAL one)
+        message(FATAL_ERROR "the OBJ written on two threads differs from the one written on one (${rc})")
+    endif()
 elseif(CASE STREQUAL "columns")
     # PNEZD with a header, as survey software exports it: x is the easting, z the elevation, and
     # the description may hold blanks.
