@@ -6,22 +6,15 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstddef>
-#include <cstdlib>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <vector>
 
 #include "io/OutputFile.h"
+#include "io/Platform.h"
 
 namespace rytri {
-
-/// Whether a second thread may format (RYTRI_THREADS=1 keeps the tool on one, as the library).
-inline bool formatOnTwoThreads() {
-    const char* setting = std::getenv("RYTRI_THREADS");
-    if (setting != nullptr && std::atoi(setting) == 1) return false;
-    return std::thread::hardware_concurrency() != 1;
-}
 
 /// Writes lines [0, count) in order, `line(i, block)` formatting line i into a TextBlock; no
 /// line is longer than `longest` characters.
@@ -42,7 +35,7 @@ void writeLines(OutputFile& out, std::size_t count, std::size_t longest, Line li
             out.write(own.text());
         }
     };
-    if (blocks < 4 || !formatOnTwoThreads()) return alone();
+    if (blocks < 4 || !useSecondThread()) return alone();
     // The helper formats the odd blocks into two slots, one block ahead of the writes at most.
     TextBlock slots[2] = {TextBlock(perBlock * longest), TextBlock(perBlock * longest)};
     bool ready[2] = {false, false};

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #if defined(_WIN32)
 #ifndef NOMINMAX
@@ -260,5 +262,11 @@ bool MappedFile::map(const std::string& path) {
 }
 
 #endif
+
+bool useSecondThread() {
+    const char* setting = std::getenv("RYTRI_THREADS");
+    if (setting != nullptr && std::atoi(setting) == 1) return false;
+    return std::thread::hardware_concurrency() != 1;
+}
 
 }  // namespace rytri

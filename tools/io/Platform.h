@@ -24,6 +24,10 @@ bool makeDirectories(const std::string& path);
 /// Peak resident memory of the process so far in KiB, or -1 when unknown.
 long peakMemoryKiB();
 
+/// Whether the tool may use a second thread (to read and to write): not with RYTRI_THREADS=1,
+/// which keeps the library on one too, nor on a single processor.
+bool useSecondThread();
+
 /// Whether standard error goes to a terminal (progress lines are shown there only).
 bool stderrIsTerminal();
 
