@@ -91,8 +91,7 @@ struct Geometry {
                 // rounding at the band's edge from reporting what the flip test accepted.
                 const double value = std::min(incircle(at[v[0]], at[v[1]], at[v[2]], at[d]),
                                               incircle(at[u[0]], at[u[1]], at[u[2]], at[p]));
-                if (!(value <= band))
-                    r.add("edge " + str(a, b) + " is not locally Delaunay");
+                if (!(value <= band)) r.add("edge " + str(a, b) + " is not locally Delaunay");
             }
         }
     }
