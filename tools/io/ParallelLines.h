@@ -36,7 +36,7 @@ void writeLines(OutputFile& out, std::size_t count, std::size_t longest, Line li
         }
     };
     if (blocks < 4 || !useSecondThread()) return alone();
-    // The helper formats the odd blocks into two slots, one block ahead of the writes at most.
+    // The helper formats the odd blocks into two slots, taking turns, at most two blocks ahead.
     TextBlock slots[2] = {TextBlock(perBlock * longest), TextBlock(perBlock * longest)};
     bool ready[2] = {false, false};
     std::mutex mutex;
