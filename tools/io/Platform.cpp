@@ -210,16 +210,15 @@ bool replaceFile(const std::string& from, const std::string& to, std::string& re
     return false;
 }
 
-MappedFile::~MappedFile() {
-    if (data) ::munmap(data, size);
-}
-
 namespace {
 
 /// The message for a mapped file cut short while it is read (a read past its new end raises
 /// SIGBUS): said, and the run ends as for an unreadable input, instead of a crash.
 char truncatedMessage[512];
 std::size_t truncatedLength = 0;
+/// Mapped files alive, and the handler to put back when the last one goes.
+int guardedFiles = 0;
+struct sigaction previousAction;
 
 extern "C" void onTruncatedFile(int) {
     const ssize_t written = ::write(STDERR_FILENO, truncatedMessage, truncatedLength);
@@ -236,10 +235,16 @@ void guardAgainstTruncation(const std::string& path) {
     struct sigaction action;
     std::memset(&action, 0, sizeof action);
     action.sa_handler = onTruncatedFile;
-    ::sigaction(SIGBUS, &action, nullptr);
+    if (guardedFiles++ == 0) ::sigaction(SIGBUS, &action, &previousAction);
 }
 
 }  // namespace
+
+MappedFile::~MappedFile() {
+    if (!data) return;
+    ::munmap(data, size);
+    if (--guardedFiles == 0) ::sigaction(SIGBUS, &previousAction, nullptr);
+}
 
 bool MappedFile::map(const std::string& path) {
     const int fd = ::open(path.c_str(), O_RDONLY);
