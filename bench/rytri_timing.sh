@@ -7,6 +7,9 @@
 #   e.g. bench/rytri_timing.sh build/release/tools/tests/rytri_bigsite 1000000 5 \
 #            old/rytri build/release/tools/rytri
 # BIGSITE is the test-site generator (tools/tests/BigSite.cpp). Needs GNU time (/usr/bin/time).
+# Each run writes a new file: replacing an existing one adds the file system's own work to the
+# write phase (ext4 allocates and starts writing the new data at a rename over a file, so that a
+# crash leaves the old or the new; about 30-70 ms for the 80 MB here), which the tool keeps.
 set -euo pipefail
 if [ $# -lt 4 ]; then
     sed -n '2,9p' "$0"
@@ -21,6 +24,7 @@ awk '{ printf "%s %s %.3f\n", $1, $2, $1 * 0.01 + $2 * 0.02 }' "$work/xy.txt" >"
 rm "$work/xy.txt"
 for round in $(seq "$rounds"); do
     for rytri in "$@"; do
+        rm -f "$work/out.obj"
         /usr/bin/time -f "peak_KiB %M" "$rytri" "$work/points.xyz" -o "$work/out.obj" --stats \
             >"$work/log" 2>&1
         # --stats gives "N ms", or "X.Y s" from 10 s on: all in ms here.

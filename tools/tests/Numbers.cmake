@@ -41,6 +41,7 @@ execute_process(COMMAND ${EMULATOR} "${BIGSITE}" 20000 5 spelled.xyz unused.txt 
                 WORKING_DIRECTORY "${WORK}")
 run_rytri(EXIT 0 ARGS spelled.xyz -o spelled.obj --default-z 0)
 check(points spelled.obj spelled.xyz)
+check(shortest spelled.obj)
 
 # A malformed field on line 3, and the message it must give.
 set(x "expected 'x y \\[z\\]': ")
