@@ -163,10 +163,10 @@ int leadingDigits(std::uint64_t marks) {
     return marks ? __builtin_ctzll(marks) >> 3 : 8;
 }
 
-/// The value of the first n (0..8) digits of x, a text word minus '0' bytewise: shifted up so
+/// The value of the first n (1..8) digits of x, a text word minus '0' bytewise: shifted up so
 /// that the digits fill the top bytes behind zeros, then combined as in eightDigits.
 std::uint64_t firstDigits(std::uint64_t x, int n) {
-    std::uint64_t v = (x << (8 * (8 - n) - (n == 0 ? 8 : 0))) << (n == 0 ? 8 : 0);
+    std::uint64_t v = x << (8 * (8 - n));
     v = v * 10 + (v >> 8);
     return (((v & 0x000000FF000000FF) * (100 + (1000000ULL << 32))) +
             (((v >> 16) & 0x000000FF000000FF) * (1 + (10000ULL << 32)))) >>
@@ -175,10 +175,9 @@ std::uint64_t firstDigits(std::uint64_t x, int n) {
 
 constexpr std::uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
 
-/// The quick path's number: `[-]d+[.d+]` of at most 15 digits in all, the integer part under
-/// eight digits and the fraction at most 16, read a word at a time without a loop. Returns the
-/// end of the number, or nullptr for any other form (the general path reads it then). Reads at
-/// most 25 bytes from p: the caller keeps that many readable.
+/// The quick path's number at p: `[-]d+[.d+]` of at most 15 digits in all, the integer part
+/// under eight. Returns the end of the number, or nullptr for any other form (the general path
+/// reads it then). Reads at most 18 bytes from p: the caller keeps them readable.
 const char* quickNumber(const char* p, double& value) {
     static constexpr double kPower[] = {
         1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
@@ -187,36 +186,33 @@ const char* quickNumber(const char* p, double& value) {
     const std::uint64_t a = load8(q) ^ kZeros;
     const int whole = leadingDigits(nonDigits(a));
     if (whole == 0 || whole == 8) return nullptr;
-    std::uint64_t m = firstDigits(a, whole);
-    q += whole;
-    int places = 0;
-    if (*q == '.') {
-        const std::uint64_t b = load8(q + 1) ^ kZeros;
-        const int first = leadingDigits(nonDigits(b));
-        if (first == 0) return nullptr;
-        m = m * kTens[first] + firstDigits(b, first);
-        places = first;
-        if (first == 8) {
-            const std::uint64_t c = load8(q + 9) ^ kZeros;
-            const int second = leadingDigits(nonDigits(c));
-            if (second == 8) return nullptr;
-            m = m * kTens[second] + firstDigits(c, second);
-            places += second;
-        }
-        q += 1 + places;
+    if (((a >> (8 * whole)) & 0xFF) != ('.' ^ '0')) {
+        const double magnitude = double(std::int64_t(firstDigits(a, whole)));
+        value = negative ? -magnitude : magnitude;
+        return q + whole;
     }
+    // The digits without the point, eight in a word: the integer part's from `a`, then those
+    // after the point from the word one byte further on.
+    const std::uint64_t low = (std::uint64_t(1) << (8 * whole)) - 1;
+    const std::uint64_t first = (a & low) | ((load8(q + 1) ^ kZeros) & ~low);
+    const std::uint64_t second = load8(q + 9) ^ kZeros;
+    const int firstCount = leadingDigits(nonDigits(first));
+    const int digits = firstCount < 8 ? firstCount : 8 + leadingDigits(nonDigits(second));
+    if (digits == whole || digits > 15) return nullptr;
+    std::uint64_t m = firstDigits(first, firstCount);
+    if (digits > 8) m = m * kTens[digits - 8] + firstDigits(second, digits - 8);
     // Under 10^15 < 2^53 both m and 10^places are exact doubles: one correctly rounded division.
-    if (whole + places > 15) return nullptr;
-    const double magnitude = double(m) / kPower[places];
+    const double magnitude = double(std::int64_t(m)) / kPower[digits - whole];
     value = negative ? -magnitude : magnitude;
-    return q;
+    return q + digits + 1;
 }
 
 /// A plain line of two or three quick numbers, one blank or tab between them, ending in a line
-/// break (`\n` or `\r\n`), at least 32 bytes before `end` at every number; else nullptr.
+/// break (`\n` or `\r\n`), at least 64 bytes before `end`; else nullptr. The line reads no
+/// more than 3 * 19 bytes (a number its 18, and one byte after its end).
 const char* quickLine(const char* p, const char* end, double xyz[3], bool& hasZ) {
+    if (end - p < 64) return nullptr;
     for (int count = 0; count < 3; ++count) {
-        if (end - p < 32) return nullptr;
         p = quickNumber(p, xyz[count]);
         if (!p) return nullptr;
         const char c = *p;
