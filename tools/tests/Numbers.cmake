@@ -35,8 +35,9 @@ execute_process(COMMAND ${EMULATOR} "${BIGSITE}" 20000 3 site.xyz unused.txt WOR
 run_rytri(EXIT 0 ARGS site.xyz -o site.obj)
 check(points site.obj site.xyz)
 check(shortest site.obj)
-# Decimals of every length and point position, signed or not, some with exponents: each read as
-# the correctly rounded double (the checker reads the input with the C++ streams).
+# Decimals of every length and point position, signed or not, some with exponents, most in the
+# quick reader's forms around its limits, the file ending at a page's end: each read as the
+# correctly rounded double (the checker reads the input with the C++ streams).
 execute_process(COMMAND ${EMULATOR} "${BIGSITE}" 20000 5 spelled.xyz unused.txt spelled
                 WORKING_DIRECTORY "${WORK}")
 run_rytri(EXIT 0 ARGS spelled.xyz -o spelled.obj)
