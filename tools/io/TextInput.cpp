@@ -181,9 +181,11 @@ constexpr std::uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 100
 const char* quickNumber(const char* p, double& value) {
     static constexpr double kPower[] = {
         1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
-    const bool negative = *p == '-';
+    // Words both at p and past a sign, chosen once the sign is known: no load waits for it.
+    const std::uint64_t w0 = load8(p), w1 = load8(p + 1), w2 = load8(p + 2);
+    const bool negative = (w0 & 0xFF) == '-';
     const char* q = p + (negative ? 1 : 0);
-    const std::uint64_t a = load8(q) ^ kZeros;
+    const std::uint64_t a = (negative ? w1 : w0) ^ kZeros;
     const int whole = leadingDigits(nonDigits(a));
     if (whole == 0 || whole == 8) return nullptr;
     if (((a >> (8 * whole)) & 0xFF) != ('.' ^ '0')) {
@@ -194,7 +196,7 @@ const char* quickNumber(const char* p, double& value) {
     // The digits without the point, eight in a word: the integer part's from `a`, then those
     // after the point from the word one byte further on.
     const std::uint64_t low = (std::uint64_t(1) << (8 * whole)) - 1;
-    const std::uint64_t first = (a & low) | ((load8(q + 1) ^ kZeros) & ~low);
+    const std::uint64_t first = (a & low) | (((negative ? w2 : w1) ^ kZeros) & ~low);
     const std::uint64_t second = load8(q + 9) ^ kZeros;
     const int firstCount = leadingDigits(nonDigits(first));
     const int digits = firstCount < 8 ? firstCount : 8 + leadingDigits(nonDigits(second));
