@@ -242,7 +242,7 @@ void guardAgainstTruncation(const std::string& path) {
 
 MappedFile::~MappedFile() {
     if (!data) return;
-    ::munmap(data, size);
+    ::munmap(data, span);
     if (--guardedFiles == 0) ::sigaction(SIGBUS, &previousAction, nullptr);
 }
 
@@ -255,11 +255,21 @@ bool MappedFile::map(const std::string& path) {
 #if defined(MAP_POPULATE)
         flags |= MAP_POPULATE;  // the pages the page cache holds, mapped in one go
 #endif
-        void* mapped = ::mmap(nullptr, std::size_t(info.st_size), PROT_READ, flags, fd, 0);
-        if (mapped != MAP_FAILED) {
-            guardAgainstTruncation(path);
-            data = mapped;
-            size = std::size_t(info.st_size);
+        // The text, then at least one page that cannot be read: a read past the end faults at
+        // once instead of reading whatever memory follows.
+        const std::size_t bytes = std::size_t(info.st_size);
+        const std::size_t page = std::size_t(::sysconf(_SC_PAGESIZE));
+        const std::size_t room = (bytes / page + 2) * page;
+        void* base = ::mmap(nullptr, room, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (base != MAP_FAILED) {
+            if (::mmap(base, bytes, PROT_READ, flags | MAP_FIXED, fd, 0) != MAP_FAILED) {
+                guardAgainstTruncation(path);
+                data = base;
+                size = bytes;
+                span = room;
+            } else {
+                ::munmap(base, room);
+            }
         }
     }
     ::close(fd);

@@ -50,7 +50,8 @@ struct FileKind {
 };
 FileKind fileKind(const std::string& path);
 
-/// A whole regular file mapped read-only into memory: no copy, and no fresh pages to fill.
+/// A whole regular file mapped read-only into memory: no copy, and no fresh pages to fill. An
+/// unreadable page follows it: a read past the end faults rather than reading other memory.
 class MappedFile {
 public:
     MappedFile() = default;
@@ -66,6 +67,7 @@ public:
 private:
     void* data = nullptr;
     std::size_t size = 0;
+    std::size_t span = 0;  ///< bytes reserved: the text and an unreadable page after it
 };
 
 /// Gives an open file the permission bits of the file it will replace (nothing on Windows).

@@ -463,9 +463,9 @@ void readPlainLines(LineCursor& lines, int& lineWithoutZ, Site& site) {
         site.hasHeights |= hasZ;
         site.points.emplace_back(
             xyz[0], xyz[1], hasZ ? xyz[2] : std::numeric_limits<double>::quiet_NaN());
-        site.origins.push_back({0, lines.lineNumber() + count});
         p = next;
     }
+    site.addOrigins(0, lines.lineNumber() + 1, std::size_t(count));
     lines.skipLines(std::size_t(p - rest.data()), count);
 }
 
@@ -485,6 +485,8 @@ bool settleHeights(Site& site,
                         "a height for such lines with --default-z Z");
         return false;
     }
+    // Only lines without a height left one unset (NaN).
+    if (lineWithoutZ == 0) return true;
     const double fill = std::isnan(options.defaultZ) ? 0.0 : options.defaultZ;
     for (std::size_t i = first; i < site.points.size(); ++i) {
         if (std::isnan(site.points[i].z)) site.points[i].z = fill;
@@ -557,7 +559,7 @@ bool readPointList(const std::string& path,
         site.hasHeights |= fields.hasZ;
         site.points.emplace_back(
             fields.x, fields.y, fields.hasZ ? fields.z : std::numeric_limits<double>::quiet_NaN());
-        site.origins.push_back({0, lines.lineNumber()});
+        site.addOrigins(0, lines.lineNumber(), 1);
         if (layout.has('P')) site.ids.emplace_back(fields.id);
     }
     return settleHeights(site, 0, lineWithoutZ, options, path, error);

@@ -144,9 +144,96 @@ bool endsField(const char* p, const char* end) {
     return p == end || *p == '\n' || isSeparator(*p);
 }
 
+constexpr std::uint64_t kZeros = 0x3030303030303030;
+constexpr std::uint64_t kHighBits = 0x8080808080808080;
+
+std::uint64_t load8(const char* p) {
+    std::uint64_t v;
+    std::memcpy(&v, p, 8);
+    return v;
+}
+
+/// The high bit of each byte of x (a text word minus '0' bytewise, by xor) that held no digit.
+std::uint64_t nonDigits(std::uint64_t x) {
+    return (((x & 0x7F7F7F7F7F7F7F7F) + 0x7676767676767676) | x) & kHighBits;
+}
+
+/// Number of digits at the start of the word whose non-digit marks are `marks` (8 when none).
+int leadingDigits(std::uint64_t marks) {
+    return marks ? __builtin_ctzll(marks) >> 3 : 8;
+}
+
+/// The value of the first n (1..8) digits of x, a text word minus '0' bytewise: shifted up so
+/// that the digits fill the top bytes behind zeros, then combined as in eightDigits.
+std::uint64_t firstDigits(std::uint64_t x, int n) {
+    std::uint64_t v = x << (8 * (8 - n));
+    v = v * 10 + (v >> 8);
+    return (((v & 0x000000FF000000FF) * (100 + (1000000ULL << 32))) +
+            (((v >> 16) & 0x000000FF000000FF) * (1 + (10000ULL << 32)))) >>
+           32;
+}
+
+constexpr std::uint64_t kTens[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+
+/// The quick path's number at p: `[-]d+[.d+]` of at most 15 digits in all, the integer part
+/// under eight. Returns the end of the number, or nullptr for any other form (the general path
+/// reads it then). Reads at most 18 bytes from p: the caller keeps them readable.
+const char* quickNumber(const char* p, double& value) {
+    static constexpr double kPower[] = {
+        1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16};
+    // Words both at p and past a sign, chosen once the sign is known: no load waits for it.
+    const std::uint64_t w0 = load8(p), w1 = load8(p + 1), w2 = load8(p + 2);
+    const bool negative = (w0 & 0xFF) == '-';
+    const char* q = p + (negative ? 1 : 0);
+    const std::uint64_t a = (negative ? w1 : w0) ^ kZeros;
+    const int whole = leadingDigits(nonDigits(a));
+    if (whole == 0 || whole == 8) return nullptr;
+    if (((a >> (8 * whole)) & 0xFF) != ('.' ^ '0')) {
+        const double magnitude = double(std::int64_t(firstDigits(a, whole)));
+        value = negative ? -magnitude : magnitude;
+        return q + whole;
+    }
+    // The digits without the point, eight in a word: the integer part's from `a`, then those
+    // after the point from the word one byte further on.
+    const std::uint64_t low = (std::uint64_t(1) << (8 * whole)) - 1;
+    const std::uint64_t first = (a & low) | (((negative ? w2 : w1) ^ kZeros) & ~low);
+    const std::uint64_t second = load8(q + 9) ^ kZeros;
+    const int firstCount = leadingDigits(nonDigits(first));
+    const int digits = firstCount < 8 ? firstCount : 8 + leadingDigits(nonDigits(second));
+    if (digits == whole || digits > 15) return nullptr;
+    std::uint64_t m = firstDigits(first, firstCount);
+    if (digits > 8) m = m * kTens[digits - 8] + firstDigits(second, digits - 8);
+    // Under 10^15 < 2^53 both m and 10^places are exact doubles: one correctly rounded division.
+    const double magnitude = double(std::int64_t(m)) / kPower[digits - whole];
+    value = negative ? -magnitude : magnitude;
+    return q + digits + 1;
+}
+
+/// A plain line of two or three quick numbers, one blank or tab between them, ending in a line
+/// break (`\n` or `\r\n`), at least 64 bytes before `end`; else nullptr. The line reads no
+/// more than 3 * 19 bytes (a number its 18, and one byte after its end).
+const char* quickLine(const char* p, const char* end, double xyz[3], bool& hasZ) {
+    if (end - p < 64) return nullptr;
+    for (int count = 0; count < 3; ++count) {
+        p = quickNumber(p, xyz[count]);
+        if (!p) return nullptr;
+        const char c = *p;
+        if (c == ' ' || c == '\t') {
+            ++p;
+            continue;
+        }
+        if (count == 0) return nullptr;
+        hasZ = count == 2;
+        if (c == '\n') return p + 1;
+        return c == '\r' && p[1] == '\n' ? p + 2 : nullptr;
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 const char* readPlainNumbers(const char* begin, const char* end, double xyz[3], bool& hasZ) {
+    if (const char* next = quickLine(begin, end, xyz, hasZ)) return next;
     const char* p = begin;
     int count = 0;
     for (;;) {

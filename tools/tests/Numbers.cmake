@@ -35,15 +35,17 @@ execute_process(COMMAND ${EMULATOR} "${BIGSITE}" 20000 3 site.xyz unused.txt WOR
 run_rytri(EXIT 0 ARGS site.xyz -o site.obj)
 check(points site.obj site.xyz)
 check(shortest site.obj)
-# Decimals of every length and point position, signed or not, some with exponents: each read as
-# the correctly rounded double (the checker reads the input with the C++ streams).
+# Decimals of every length and point position, signed or not, some with exponents, most in the
+# quick reader's forms around its limits, the file ending at a page's end: each read as the
+# correctly rounded double (the checker reads the input with the C++ streams).
 execute_process(COMMAND ${EMULATOR} "${BIGSITE}" 20000 5 spelled.xyz unused.txt spelled
                 WORKING_DIRECTORY "${WORK}")
-run_rytri(EXIT 0 ARGS spelled.xyz -o spelled.obj --default-z 0)
+run_rytri(EXIT 0 ARGS spelled.xyz -o spelled.obj)
 check(points spelled.obj spelled.xyz)
 check(shortest spelled.obj)
 
 # A malformed field on line 3, and the message it must give.
+string(REPEAT "2.5 -3.25 1.125\n" 6 tail)
 set(x "expected 'x y \\[z\\]': ")
 set(cases
     "1.5x|${x}'1.5x' is not a number"
@@ -57,7 +59,8 @@ foreach(entry IN LISTS cases)
     string(REPLACE "|" ";" parts "${entry}")
     list(GET parts 0 field)
     list(GET parts 1 message)
-    file(WRITE "${WORK}/bad.xyz" "0 0 1\n1 0 2\n0 ${field}\n")
+    # Lines after it, so that the quick reader of plain lines meets it too.
+    file(WRITE "${WORK}/bad.xyz" "0 0 1\n1 0 2\n0 ${field}\n${tail}")
     run_rytri(EXIT 2 STDERR "bad\\.xyz:3: ${message}" ARGS bad.xyz)
 endforeach()
 file(WRITE "${WORK}/bad.csv" "P N E Z\na 0 0 1\nb 1 0 2\nc 0 1.5x 3\n")
