@@ -79,17 +79,6 @@ std::uint64_t writeDigits(char* at, std::uint64_t x, int count) {
 
 }  // namespace
 
-char* writeInteger(char* at, long long value) {
-    std::uint64_t magnitude = std::uint64_t(value);
-    if (value < 0) {
-        *at++ = '-';
-        magnitude = 0 - magnitude;
-    }
-    const int digits = digitCount(magnitude);
-    writeDigits(at, magnitude, digits);
-    return at + digits;
-}
-
 // std::to_chars finds the shortest digits that read back as the value (about 50 ns a number
 // here; a mesh of 1e6 points has 3e6 of them). Coordinates mostly have few decimal places, and
 // for those the shortest digits come cheaper: with |value| * 10^p below 2^52, a double's spacing

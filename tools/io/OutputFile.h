@@ -18,10 +18,6 @@ namespace rytri {
 /// (at most 24 characters); returns its end.
 char* writeShortest(char* at, double value);
 
-/// Writes `value` in decimal at `at` (at most 20 characters), as std::to_chars does; returns its
-/// end.
-char* writeInteger(char* at, long long value);
-
 /// Text formatted apart from the file (on another thread), then appended whole. The caller
 /// keeps within its capacity: each write assumes the room is there.
 class TextBlock {
@@ -33,7 +29,7 @@ public:
         cursor += text.size();
     }
     void writeNumber(double value) { cursor = writeShortest(cursor, value); }
-    void writeInteger(long long value) { cursor = rytri::writeInteger(cursor, value); }
+    void writeInteger(long long value) { cursor = std::to_chars(cursor, limit, value).ptr; }
     std::string_view text() const {
         return std::string_view(buffer.get(), std::size_t(cursor - buffer.get()));
     }
@@ -70,7 +66,7 @@ public:
     }
     void writeInteger(long long value) {
         if (limit - cursor < kNumberRoom) flush();
-        cursor = rytri::writeInteger(cursor, value);
+        cursor = std::to_chars(cursor, limit, value).ptr;
     }
     /// Flushes and closes the file (a temporary one is not yet visible under its name); false
     /// with a message when anything could not be written.
