@@ -95,9 +95,11 @@ char* writeShortest(char* at, double value) {
     for (int i = 0; i < 3; ++i) {
         const double scaled = magnitude * kScale[i];
         if (!(scaled < 0x1p52)) continue;  // NaN too
-        // Any integer near will do: the division below decides.
-        std::uint64_t n = std::uint64_t(scaled + 0.5);
-        if (double(n) / kScale[i] != magnitude || n == 0) break;
+        // Any integer near will do: the division below decides. (Signed conversions: one
+        // instruction each way, and n < 2^52.)
+        const std::int64_t near = std::int64_t(scaled + 0.5);
+        if (double(near) / kScale[i] != magnitude || near == 0) break;
+        std::uint64_t n = std::uint64_t(near);
         int places = kPlaces[i];
         for (; places >= 3 && n % 1000 == 0; places -= 3) n /= 1000;
         for (; places > 0 && n % 10 == 0; --places) n /= 10;
