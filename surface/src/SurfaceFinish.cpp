@@ -272,8 +272,7 @@ bool finishSurface(MeshTopology& mesh,
         return !o.progress || o.progress(o.progressContext, SurfacePhase::kFinish, done, 3);
     };
     if (!step(0)) return stop(s);
-    buildAdjacency(mesh, mesh.working);
-    mesh.working = std::vector<std::int32_t>();
+    buildAdjacency(mesh);
     if (!chains.chain.empty()) findVertexEdges(mesh);
     if (!step(1)) return stop(s);
     const TracedLines traced = traceLines(mesh, chains, std::int32_t(merged.size()));
