@@ -1,6 +1,5 @@
 // Heights for points that came without one (line vertices drawn in plan): the default when one
 // is given, else the surface of the points that have heights, draped under them.
-#include <algorithm>
 #include <cmath>
 
 #include "MeshTopology.h"
@@ -30,7 +29,7 @@ MeshTopology heightSurface(const MergedPoints& m, const SurfaceOptions& options)
     for (const PkMeshTriangle& t : tri.meshTriangles()) {
         for (int k = 0; k < 3; ++k) {
             mesh.triangles.push_back(t.getVertexIndexAt(k));
-            mesh.working.push_back(std::max(t.getNeighborIndex(k), -1));
+            mesh.working.push_back(t.getNeighborIndex(k));
         }
     }
     buildAdjacency(mesh);

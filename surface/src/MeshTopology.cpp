@@ -3,8 +3,13 @@
 // with g the number of ghost slots before it, a step function of the position with one step per
 // hull edge. So a neighbour index n gives the triangle across at n - g, with g guessed from the
 // last offset found near n, and every guess is checked: that triangle must hold the same edge the
-// other way round (a directed edge belongs to one triangle only, so a hit is exact). References
-// to ghost triangles, and any the search misses, are paired afterwards by sorting their edges.
+// other way round (a directed edge belongs to one triangle only, so a hit is exact).
+//
+// Every half-edge looks for its own twin (so each pair is found twice): the searches then
+// neither wait for nor write to one another. A hull edge's search always fails (the triangle
+// across is a ghost); when more fail than there are ghosts, some search missed a real triangle
+// whose own search may have found its twin, and a pass over the pairs makes them mutual. Those
+// left on both sides are paired by sorting their edges.
 #include "MeshTopology.h"
 
 #include <algorithm>
@@ -19,8 +24,11 @@ namespace {
 
 /// How far from the guessed offset the guesses go before the edge is left to the sort.
 constexpr std::int64_t kSearch = 64;
-/// Working positions are grouped in blocks of 2^kBlockBits for the guesses.
-constexpr int kBlockBits = 10;
+/// Working positions are grouped in blocks of 2^kBlockBits for the guesses: a block's offsets
+/// then differ by less than kSearch.
+constexpr int kBlockBits = 6;
+/// How many blocks below an unseen one are looked at for its first guess.
+constexpr std::int32_t kBlocksBelow = 64;
 
 /// The half-edge a -> b of triangle t, or -1.
 std::int32_t halfEdgeOf(const MeshTopology& mesh, std::int64_t t, std::int32_t a, std::int32_t b) {
@@ -69,6 +77,64 @@ void pairBySorting(MeshTopology& mesh, std::vector<std::int32_t>& left) {
     }
 }
 
+/// The guess for working position n in a block not seen yet: the offset of the nearest block
+/// below that has one (the offset only grows with the position), else the last one found.
+std::int32_t firstGuess(const std::vector<std::int32_t>& blockOffset,
+                        std::int32_t n,
+                        std::int64_t offset) {
+    const std::int32_t block = n >> kBlockBits;
+    for (std::int32_t j = block - 1; j >= 0 && j >= block - kBlocksBelow; --j) {
+        if (blockOffset[std::size_t(j)] >= 0) return blockOffset[std::size_t(j)];
+    }
+    return std::int32_t(offset);
+}
+
+/// Fills links[h] for the half-edges h in [begin, end) (whole triangles) with their twins, or
+/// -1 where the search fails (those go to `left`); reads no other link. `top`: the highest
+/// working position.
+void pairRange(const MeshTopology& mesh,
+               std::int32_t* links,
+               std::int32_t begin,
+               std::int32_t end,
+               std::int32_t top,
+               std::vector<std::int32_t>& left) {
+    const std::int32_t m = std::int32_t(mesh.triangleCount());
+    const std::int32_t* corners = mesh.triangles.data();
+    // The offset last found in each block of working positions: the best guess there.
+    std::vector<std::int32_t> blockOffset(std::size_t(top >> kBlockBits) + 1, -1);
+    std::int64_t offset = 0;
+    for (std::int32_t h0 = begin; h0 < end; h0 += 3) {
+        const std::int32_t* c = corners + h0;
+        for (int k = 0; k < 3; ++k) {
+            const std::int32_t h = h0 + k, a = c[k], b = c[nextCorner(k)];
+            const std::int32_t n = links[h];
+            if (n < 0) {
+                links[h] = -1;
+                left.push_back(h);
+                continue;
+            }
+            std::int32_t& known = blockOffset[std::size_t(n >> kBlockBits)];
+            const std::int32_t before = known;
+            const std::int32_t guess = before >= 0 ? before : firstGuess(blockOffset, n, offset);
+            offset = known = guess;
+            // The first guess, checked without branches: which corner holds the twin follows
+            // no pattern a processor could predict.
+            const std::int32_t t = n - guess;
+            const std::int32_t inside = std::uint32_t(t) < std::uint32_t(m) ? t : 0;
+            const std::int32_t* v = corners + 3 * std::size_t(inside);
+            const int e0 = (v[0] == b) & (v[1] == a), e1 = (v[1] == b) & (v[2] == a),
+                      e2 = (v[2] == b) & (v[0] == a);
+            std::int32_t found = 3 * inside + e1 + 2 * e2;
+            if (((e0 | e1 | e2) & int(t == inside)) == 0) {
+                found = searchTwin(mesh, n, a, b, offset);
+                known = found >= 0 ? std::int32_t(offset) : before;
+                if (found < 0) left.push_back(h);
+            }
+            links[h] = found;
+        }
+    }
+}
+
 }  // namespace
 
 void buildAdjacency(MeshTopology& mesh) {
@@ -77,63 +143,25 @@ void buildAdjacency(MeshTopology& mesh) {
     if (mesh.triangles.size() > std::size_t(std::numeric_limits<std::int32_t>::max())) {
         throw std::length_error("too many triangles for 32-bit half-edge indices");
     }
-    // The twins take the place of the working indices, in half-edge order: a pair found from its
-    // lower half-edge h marks the higher one with -(h + 2) (the working indices hold no value
-    // below -1), which becomes h when the loop gets there.
+    // The twins take the place of the working indices.
     std::vector<std::int32_t>& link = mesh.working;
-    const std::int64_t m = std::int64_t(mesh.triangleCount());
     const std::int32_t count = std::int32_t(mesh.triangles.size());
+    const std::int32_t top =
+        std::max(link.empty() ? 0 : *std::max_element(link.begin(), link.end()), 0);
     std::vector<std::int32_t> left;
-    // The offset last found in each block of working positions: the best guess there.
-    const std::int32_t top = link.empty() ? 0 : *std::max_element(link.begin(), link.end());
-    std::vector<std::int32_t> blockOffset(std::size_t(std::max(top, 0) >> kBlockBits) + 1, -1);
-    std::int64_t offset = 0;
-    const std::int32_t* corners = mesh.triangles.data();
-    std::int32_t* links = link.data();
-    // Which half-edges are marked, and which corner of the guessed triangle holds the twin,
-    // follow no pattern a processor could predict: the loop selects with masks (all ones or
-    // zero) instead of branching, and only the rare searches beyond the first guess branch. The
-    // guess becomes the offset before it is checked, so that no guess waits for the load of a
-    // triangle before it.
-    auto pair = [&](std::int32_t h, std::int32_t a, std::int32_t b) {
-        const std::int32_t n = links[h];
-        const std::int32_t marked = -std::int32_t(n < -1);
-        const std::int32_t none = -std::int32_t(n < 0);  // marked, or no triangle across
-        const std::int32_t across = n & ~none;
-        std::int32_t& known = blockOffset[std::size_t(across >> kBlockBits)];
-        const std::int32_t before = known;
-        const std::int64_t guess = before >= 0 ? before : offset;
-        offset = (offset & std::int64_t(none)) | (guess & ~std::int64_t(none));
-        known = (before & none) | (std::int32_t(guess) & ~none);
-        const std::int64_t t = std::int64_t(across) - guess;
-        const std::int64_t inside = t >= 0 && t < m ? t : 0;
-        const std::int32_t* v = corners + 3 * inside;
-        const int e0 = (v[0] == b) & (v[1] == a), e1 = (v[1] == b) & (v[2] == a),
-                  e2 = (v[2] == b) & (v[0] == a);
-        std::int32_t found = std::int32_t(3 * inside) + e1 + 2 * e2;
-        const int hit = (e0 | e1 | e2) & int(t == inside) & ~none;
-        if ((hit | marked) == 0) {
-            found = n >= 0 ? searchTwin(mesh, n, a, b, offset) : -1;
-            known = found >= 0 ? std::int32_t(offset) : before;
-            if (found < 0) left.push_back(h);
-        }
-        const std::int32_t result = (-(n + 2) & marked) | (found & ~marked);
-        links[h] = result;
-        // Marks the twin ahead, or pairs it behind (one the search missed); a marked or unpaired
-        // h writes its own result again.
-        const std::int32_t pairs = -std::int32_t(found >= 0) & ~marked;
-        const std::int32_t ahead = -std::int32_t(found > h);
-        const std::int32_t mark = (-(h + 2) & ahead) | (h & ~ahead);
-        links[(found & pairs) | (h & ~pairs)] = (mark & pairs) | (result & ~pairs);
-    };
-    for (std::int32_t h = 0; h < count; h += 3) {
-        const std::int32_t* v = corners + h;
-        pair(h, v[0], v[1]);
-        pair(h + 1, v[1], v[2]);
-        pair(h + 2, v[2], v[0]);
-    }
+    pairRange(mesh, link.data(), 0, count, top, left);
     mesh.twin = std::move(link);
     link = std::vector<std::int32_t>();
+    // The working mesh holds the output triangles and one ghost per hull edge, the last of its
+    // slots referenced (every triangle is someone's neighbour).
+    const std::int64_t ghosts = std::int64_t(top) + 1 - std::int64_t(mesh.triangleCount());
+    if (std::int64_t(left.size()) != ghosts) {
+        for (std::int32_t h = 0; h < count; ++h) {
+            const std::int32_t across = mesh.twin[std::size_t(h)];
+            if (across >= 0 && mesh.twin[std::size_t(across)] < 0)
+                mesh.twin[std::size_t(across)] = h;
+        }
+    }
     pairBySorting(mesh, left);
 }
 

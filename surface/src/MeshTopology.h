@@ -22,8 +22,8 @@ struct MeshTopology {
     std::vector<std::int32_t> triangles;   ///< three corners each, counter-clockwise
     std::vector<std::int32_t> twin;        ///< per half-edge: the opposite one, or -1 on the hull
     std::vector<std::int32_t> vertexEdge;  ///< per vertex: a half-edge leaving it, or -1
-    /// Per half-edge, the library's neighbour across it (a working-mesh index, or -1 and no
-    /// other negative value), until the adjacency is built.
+    /// Per half-edge, the library's neighbour across it (a working-mesh index), until the
+    /// adjacency is built.
     std::vector<std::int32_t> working;
 
     std::size_t triangleCount() const { return triangles.size() / 3; }

@@ -254,7 +254,7 @@ bool triangulate(const MergedPoints& merged,
     for (std::size_t t = 0; t < triangles.size(); ++t) {
         for (int k = 0; k < 3; ++k) {
             mesh.triangles[3 * t + std::size_t(k)] = triangles[t].getVertexIndexAt(k);
-            mesh.working[3 * t + std::size_t(k)] = std::max(triangles[t].getNeighborIndex(k), -1);
+            mesh.working[3 * t + std::size_t(k)] = triangles[t].getNeighborIndex(k);
         }
     }
     triangles = std::vector<PkMeshTriangle>();
