@@ -7,9 +7,9 @@
 //
 // Every half-edge looks for its own twin (so each pair is found twice): the searches then
 // neither wait for nor write to one another. A hull edge's search always fails (the triangle
-// across is a ghost); when more fail than there are ghosts, some search missed a real triangle
+// across is a ghost); when the failures are not just those, some search missed a real triangle
 // whose own search may have found its twin, and a pass over the pairs makes them mutual. Those
-// left on both sides are paired by sorting their edges.
+// missed from both sides are paired by sorting their edges.
 #include "MeshTopology.h"
 
 #include <algorithm>
@@ -89,27 +89,25 @@ std::int32_t firstGuess(const std::vector<std::int32_t>& blockOffset,
     return std::int32_t(offset);
 }
 
-/// Fills links[h] for the half-edges h in [begin, end) (whole triangles) with their twins, or
-/// -1 where the search fails (those go to `left`); reads no other link. `top`: the highest
-/// working position.
-void pairRange(const MeshTopology& mesh,
-               std::int32_t* links,
-               std::int32_t begin,
-               std::int32_t end,
+/// Replaces each half-edge's working index in `links` by its twin, or by -1 where the search
+/// fails (those go to `left`). `top`: the highest working index.
+void findTwins(const MeshTopology& mesh,
+               std::vector<std::int32_t>& links,
                std::int32_t top,
                std::vector<std::int32_t>& left) {
     const std::int32_t m = std::int32_t(mesh.triangleCount());
+    const std::int32_t count = std::int32_t(mesh.triangles.size());
     const std::int32_t* corners = mesh.triangles.data();
     // The offset last found in each block of working positions: the best guess there.
     std::vector<std::int32_t> blockOffset(std::size_t(top >> kBlockBits) + 1, -1);
     std::int64_t offset = 0;
-    for (std::int32_t h0 = begin; h0 < end; h0 += 3) {
+    for (std::int32_t h0 = 0; h0 < count; h0 += 3) {
         const std::int32_t* c = corners + h0;
         for (int k = 0; k < 3; ++k) {
             const std::int32_t h = h0 + k, a = c[k], b = c[nextCorner(k)];
-            const std::int32_t n = links[h];
+            const std::int32_t n = links[std::size_t(h)];
             if (n < 0) {
-                links[h] = -1;
+                links[std::size_t(h)] = -1;
                 left.push_back(h);
                 continue;
             }
@@ -130,7 +128,7 @@ void pairRange(const MeshTopology& mesh,
                 known = found >= 0 ? std::int32_t(offset) : before;
                 if (found < 0) left.push_back(h);
             }
-            links[h] = found;
+            links[std::size_t(h)] = found;
         }
     }
 }
@@ -143,23 +141,24 @@ void buildAdjacency(MeshTopology& mesh) {
     if (mesh.triangles.size() > std::size_t(std::numeric_limits<std::int32_t>::max())) {
         throw std::length_error("too many triangles for 32-bit half-edge indices");
     }
-    // The twins take the place of the working indices.
-    std::vector<std::int32_t>& link = mesh.working;
-    const std::int32_t count = std::int32_t(mesh.triangles.size());
+    const std::vector<std::int32_t>& working = mesh.working;
     const std::int32_t top =
-        std::max(link.empty() ? 0 : *std::max_element(link.begin(), link.end()), 0);
+        std::max(working.empty() ? 0 : *std::max_element(working.begin(), working.end()), 0);
     std::vector<std::int32_t> left;
-    pairRange(mesh, link.data(), 0, count, top, left);
-    mesh.twin = std::move(link);
-    link = std::vector<std::int32_t>();
-    // The working mesh holds the output triangles and one ghost per hull edge, the last of its
-    // slots referenced (every triangle is someone's neighbour).
+    // The twins take the place of the working indices.
+    findTwins(mesh, mesh.working, top, left);
+    mesh.twin = std::move(mesh.working);
+    mesh.working = std::vector<std::int32_t>();
+    // The working mesh holds the output triangles and one ghost per hull edge, in slots up to
+    // the highest one referenced (every triangle is some triangle's neighbour). So the searches
+    // that failed are the hull edges when, and only when, there are as many as ghosts.
     const std::int64_t ghosts = std::int64_t(top) + 1 - std::int64_t(mesh.triangleCount());
     if (std::int64_t(left.size()) != ghosts) {
-        for (std::int32_t h = 0; h < count; ++h) {
-            const std::int32_t across = mesh.twin[std::size_t(h)];
-            if (across >= 0 && mesh.twin[std::size_t(across)] < 0)
-                mesh.twin[std::size_t(across)] = h;
+        for (std::size_t h = 0; h < mesh.twin.size(); ++h) {
+            const std::int32_t across = mesh.twin[h];
+            if (across >= 0 && mesh.twin[std::size_t(across)] < 0) {
+                mesh.twin[std::size_t(across)] = std::int32_t(h);
+            }
         }
     }
     pairBySorting(mesh, left);
