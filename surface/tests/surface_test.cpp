@@ -262,7 +262,7 @@ TEST(Surface, AdjacencyHoldsWithAGhostBesideEveryTriangle) {
     randomPoints(site, 6000, 140.0, 3);
     const std::size_t inside = site.xyz.size();
     for (std::size_t v = 0; v < inside; v += 3) {
-        const double angle = 2 * M_PI * double(v) / double(inside);
+        const double angle = 2 * std::acos(-1.0) * double(v) / double(inside);
         site.xyz[v] += 30;
         site.xyz[v + 1] += 30;
         site.xyz.insert(site.xyz.end(),
