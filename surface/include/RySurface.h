@@ -223,6 +223,9 @@ struct Surface {
 
 /// Builds the surface. Never throws; a failure is a status with a message, and the arrays then
 /// hold no triangles (the reports of the merge and of the lines stay filled).
+/// A surface of 32,768 triangles or more that keeps every triangle sums its area on one extra
+/// thread, started and joined inside the call (the same sum); RYTRI_THREADS=1 in the
+/// environment, or a single processor, keeps it on the caller's thread.
 RYSURFACE_EXPORT Surface buildSurface(const SurfaceInput& input,
                                       const SurfaceOptions& options = SurfaceOptions());
 

@@ -32,7 +32,7 @@ MeshTopology heightSurface(const MergedPoints& m, const SurfaceOptions& options)
             mesh.working.push_back(t.getNeighborIndex(k));
         }
     }
-    buildAdjacency(mesh, mesh.working);
+    buildAdjacency(mesh);
     return mesh;
 }
 

@@ -3,8 +3,13 @@
 // with g the number of ghost slots before it, a step function of the position with one step per
 // hull edge. So a neighbour index n gives the triangle across at n - g, with g guessed from the
 // last offset found near n, and every guess is checked: that triangle must hold the same edge the
-// other way round (a directed edge belongs to one triangle only, so a hit is exact). References
-// to ghost triangles, and any the search misses, are paired afterwards by sorting their edges.
+// other way round (a directed edge belongs to one triangle only, so a hit is exact).
+//
+// Every half-edge looks for its own twin (so each pair is found twice): the searches then
+// neither wait for nor write to one another. A hull edge's search always fails (the triangle
+// across is a ghost); when the failures are not just those, some search missed a real triangle
+// whose own search may have found its twin, and a pass over the pairs makes them mutual. Those
+// missed from both sides are paired by sorting their edges.
 #include "MeshTopology.h"
 
 #include <algorithm>
@@ -19,14 +24,38 @@ namespace {
 
 /// How far from the guessed offset the guesses go before the edge is left to the sort.
 constexpr std::int64_t kSearch = 64;
-/// Working positions are grouped in blocks of 2^kBlockBits for the guesses.
-constexpr int kBlockBits = 10;
+/// Working positions are grouped in blocks of 2^kBlockBits for the guesses: a block's offsets
+/// then differ by less than kSearch.
+constexpr int kBlockBits = 6;
+/// How many blocks below an unseen one are looked at for its first guess.
+constexpr std::int32_t kBlocksBelow = 64;
 
 /// The half-edge a -> b of triangle t, or -1.
 std::int32_t halfEdgeOf(const MeshTopology& mesh, std::int64_t t, std::int32_t a, std::int32_t b) {
     const std::int32_t* v = &mesh.triangles[3 * std::size_t(t)];
     for (int k = 0; k < 3; ++k) {
         if (v[k] == a && v[nextCorner(k)] == b) return std::int32_t(3 * t + k);
+    }
+    return -1;
+}
+
+/// The half-edge b -> a in the triangle at working position n, found from the offset guess
+/// outwards; -1 when none is within reach. Sets offset to the one that found it.
+std::int32_t searchTwin(const MeshTopology& mesh,
+                        std::int64_t n,
+                        std::int32_t a,
+                        std::int32_t b,
+                        std::int64_t& offset) {
+    const std::int64_t m = std::int64_t(mesh.triangleCount());
+    for (std::int64_t d = 0; d <= kSearch; ++d) {
+        for (const std::int64_t g : {offset + d, offset - d}) {
+            const std::int64_t t = n - g;
+            if (g < 0 || t < 0 || t >= m) continue;
+            const std::int32_t found = halfEdgeOf(mesh, t, b, a);
+            if (found < 0) continue;
+            offset = g;
+            return found;
+        }
     }
     return -1;
 }
@@ -48,45 +77,89 @@ void pairBySorting(MeshTopology& mesh, std::vector<std::int32_t>& left) {
     }
 }
 
+/// The guess for working position n in a block not seen yet: the offset of the nearest block
+/// below that has one (the offset only grows with the position), else the last one found.
+std::int32_t firstGuess(const std::vector<std::int32_t>& blockOffset,
+                        std::int32_t n,
+                        std::int64_t offset) {
+    const std::int32_t block = n >> kBlockBits;
+    for (std::int32_t j = block - 1; j >= 0 && j >= block - kBlocksBelow; --j) {
+        if (blockOffset[std::size_t(j)] >= 0) return blockOffset[std::size_t(j)];
+    }
+    return std::int32_t(offset);
+}
+
+/// Replaces each half-edge's working index in `links` by its twin, or by -1 where the search
+/// fails (those go to `left`). `top`: the highest working index.
+void findTwins(const MeshTopology& mesh,
+               std::vector<std::int32_t>& links,
+               std::int32_t top,
+               std::vector<std::int32_t>& left) {
+    const std::int32_t m = std::int32_t(mesh.triangleCount());
+    const std::int32_t count = std::int32_t(mesh.triangles.size());
+    const std::int32_t* corners = mesh.triangles.data();
+    // The offset last found in each block of working positions: the best guess there.
+    std::vector<std::int32_t> blockOffset(std::size_t(top >> kBlockBits) + 1, -1);
+    std::int64_t offset = 0;
+    for (std::int32_t h0 = 0; h0 < count; h0 += 3) {
+        const std::int32_t* c = corners + h0;
+        for (int k = 0; k < 3; ++k) {
+            const std::int32_t h = h0 + k, a = c[k], b = c[nextCorner(k)];
+            const std::int32_t n = links[std::size_t(h)];
+            if (n < 0) {
+                links[std::size_t(h)] = -1;
+                left.push_back(h);
+                continue;
+            }
+            std::int32_t& known = blockOffset[std::size_t(n >> kBlockBits)];
+            const std::int32_t before = known;
+            const std::int32_t guess = before >= 0 ? before : firstGuess(blockOffset, n, offset);
+            offset = known = guess;
+            // The first guess, checked without branches: which corner holds the twin follows
+            // no pattern a processor could predict.
+            const std::int32_t t = n - guess;
+            const std::int32_t inside = std::uint32_t(t) < std::uint32_t(m) ? t : 0;
+            const std::int32_t* v = corners + 3 * std::size_t(inside);
+            const int e0 = (v[0] == b) & (v[1] == a), e1 = (v[1] == b) & (v[2] == a),
+                      e2 = (v[2] == b) & (v[0] == a);
+            std::int32_t found = 3 * inside + e1 + 2 * e2;
+            if (((e0 | e1 | e2) & int(t == inside)) == 0) {
+                found = searchTwin(mesh, n, a, b, offset);
+                known = found >= 0 ? std::int32_t(offset) : before;
+                if (found < 0) left.push_back(h);
+            }
+            links[std::size_t(h)] = found;
+        }
+    }
+}
+
 }  // namespace
 
-void buildAdjacency(MeshTopology& mesh, const std::vector<std::int32_t>& working) {
+void buildAdjacency(MeshTopology& mesh) {
     // Half-edges are numbered in 32 bits, three a triangle: past that (some 3.6e8 points) every
     // index would be wrong. buildSurface reports the error as too many points for the indices.
     if (mesh.triangles.size() > std::size_t(std::numeric_limits<std::int32_t>::max())) {
         throw std::length_error("too many triangles for 32-bit half-edge indices");
     }
-    const std::int64_t m = std::int64_t(mesh.triangleCount());
-    mesh.twin.assign(mesh.triangles.size(), -1);
-    std::vector<std::int32_t> left;
-    // The offset last found in each block of working positions: the best guess there.
+    const std::vector<std::int32_t>& working = mesh.working;
     const std::int32_t top =
-        working.empty() ? 0 : *std::max_element(working.begin(), working.end());
-    std::vector<std::int32_t> blockOffset(std::size_t(top >> kBlockBits) + 1, -1);
-    std::int64_t offset = 0;
-    for (std::int32_t h = 0; h < std::int32_t(mesh.triangles.size()); ++h) {
-        if (mesh.twin[std::size_t(h)] >= 0) continue;
-        const std::int32_t a = mesh.origin(h), b = mesh.target(h);
-        const std::int64_t n = working[std::size_t(h)];
-        std::int32_t found = -1;
-        if (n >= 0 && blockOffset[std::size_t(n >> kBlockBits)] >= 0) {
-            offset = blockOffset[std::size_t(n >> kBlockBits)];
-        }
-        for (std::int64_t d = 0; d <= kSearch && found < 0 && n >= 0; ++d) {
-            for (const std::int64_t g : {offset + d, offset - d}) {
-                const std::int64_t t = n - g;
-                if (g < 0 || t < 0 || t >= m || (found = halfEdgeOf(mesh, t, b, a)) < 0) continue;
-                offset = g;
-                blockOffset[std::size_t(n >> kBlockBits)] = std::int32_t(g);
-                break;
+        std::max(working.empty() ? 0 : *std::max_element(working.begin(), working.end()), 0);
+    std::vector<std::int32_t> left;
+    // The twins take the place of the working indices.
+    findTwins(mesh, mesh.working, top, left);
+    mesh.twin = std::move(mesh.working);
+    mesh.working = std::vector<std::int32_t>();
+    // The working mesh holds the output triangles and one ghost per hull edge, in slots up to
+    // the highest one referenced (every triangle is some triangle's neighbour). So the searches
+    // that failed are the hull edges when, and only when, there are as many as ghosts.
+    const std::int64_t ghosts = std::int64_t(top) + 1 - std::int64_t(mesh.triangleCount());
+    if (std::int64_t(left.size()) != ghosts) {
+        for (std::size_t h = 0; h < mesh.twin.size(); ++h) {
+            const std::int32_t across = mesh.twin[h];
+            if (across >= 0 && mesh.twin[std::size_t(across)] < 0) {
+                mesh.twin[std::size_t(across)] = std::int32_t(h);
             }
         }
-        if (found < 0) {
-            left.push_back(h);
-            continue;
-        }
-        mesh.twin[std::size_t(h)] = found;
-        mesh.twin[std::size_t(found)] = h;
     }
     pairBySorting(mesh, left);
 }

@@ -61,9 +61,9 @@ struct MeshTopology {
     }
 };
 
-/// Fills twin from the triangles and the library's neighbour indices (`working`, per half-edge:
-/// the working-mesh triangle across it).
-void buildAdjacency(MeshTopology& mesh, const std::vector<std::int32_t>& working);
+/// Fills twin from the triangles and the library's neighbour indices (`working`), which it uses
+/// up: working is left empty.
+void buildAdjacency(MeshTopology& mesh);
 
 /// Fills vertexEdge (needed by forEachNeighbour).
 void findVertexEdges(MeshTopology& mesh);

@@ -2,7 +2,11 @@
 // the checks that refuse a wrong surface (a bounding line not in the mesh, rings that cannot be
 // followed, nothing kept, no area).
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include "ConstraintTrace.h"
 #include "Labels.h"
@@ -128,31 +132,108 @@ inline void fetchCorners(const MeshTopology& mesh, std::size_t t) {
 #endif
 }
 
-/// How many triangles ahead emitTriangles fetches corners.
+/// How many triangles ahead the area loops fetch corners.
 constexpr std::size_t kFetchAhead = 16;
+
+/// Twice the area of the triangles kept, summed in their order, and whether one of them turns
+/// counter-clockwise.
+struct KeptArea {
+    long double twice = 0;
+    bool any = false;
+
+    void add(const MeshTopology& mesh, const std::int32_t* v) {
+        const double* a = mesh.xy(v[0]);
+        const double* b = mesh.xy(v[1]);
+        const double* c = mesh.xy(v[2]);
+        twice += orientValue(a, b, c);
+        any = any || orientSign(a, b, c) > 0;
+    }
+};
+
+KeptArea wholeArea(const MeshTopology& mesh) {
+    KeptArea area;
+    const std::size_t m = mesh.triangleCount();
+    for (std::size_t t = 0; t < m; ++t) {
+        if (t + kFetchAhead < m) fetchCorners(mesh, t + kFetchAhead);
+        area.add(mesh, &mesh.triangles[3 * t]);
+    }
+    return area;
+}
+
+/// Below this many triangles the finishing stays on the calling thread.
+constexpr std::size_t kHelperMinTriangles = std::size_t(1) << 15;
+
+/// Whether the finishing of a mesh of `triangles` may use a helper thread: not for small ones,
+/// not on one processor, and not with RYTRI_THREADS=1 (which keeps the library on one too).
+bool useHelperThread(std::size_t triangles) {
+    if (triangles < kHelperMinTriangles) return false;
+    const char* setting = std::getenv("RYTRI_THREADS");
+    if (setting != nullptr && std::strcmp(setting, "1") == 0) return false;
+    return std::thread::hardware_concurrency() != 1;
+}
+
+/// The area of a surface that keeps every triangle, summed on a helper thread while the
+/// adjacency and the lines are made (they leave the triangles and positions alone), or on the
+/// calling thread when asked for without one. The sum is the same either way.
+class WholeAreaAhead {
+public:
+    WholeAreaAhead(const MeshTopology& mesh, bool ahead) : mesh(mesh) {
+        if (!ahead) return;
+        try {
+            helper = std::thread([this] { area = wholeArea(this->mesh); });
+        } catch (const std::system_error&) {
+            // No thread to be had: summed when asked for.
+        }
+    }
+    ~WholeAreaAhead() { wait(); }
+    WholeAreaAhead(const WholeAreaAhead&) = delete;
+    WholeAreaAhead& operator=(const WholeAreaAhead&) = delete;
+
+    /// The sum; the triangles and positions may change once this returns.
+    KeptArea get() {
+        if (!helper.joinable()) return wholeArea(mesh);
+        helper.join();
+        return area;
+    }
+    /// Joins the helper, should it still run.
+    void wait() {
+        if (helper.joinable()) helper.join();
+    }
+
+private:
+    const MeshTopology& mesh;
+    std::thread helper;
+    KeptArea area;
+};
 
 bool emitTriangles(MeshTopology& mesh,
                    const std::vector<char>& kept,
+                   WholeAreaAhead& whole,
                    const SurfaceOptions& o,
                    Surface& s) {
     const std::size_t m = mesh.triangleCount();
     s.allTriangles = m;
-    std::vector<std::int32_t> newIndex(m, -1);
-    std::int32_t count = 0;
-    for (std::size_t t = 0; t < m; ++t) newIndex[t] = kept[t] ? count++ : -1;
-    // With every triangle kept (a plain point cloud), the mesh's own arrays become the surface's
-    // below instead of being copied: the peak holds one list of triangles, not two.
-    const bool all = std::size_t(count) == m;
-    if (!all) {
-        s.triangles.reserve(3 * std::size_t(count));
-        s.neighbors.reserve(3 * std::size_t(count));
-    }
-    long double area = 0;
-    bool anyArea = false;
-    for (std::size_t t = 0; t < m; ++t) {
-        if (t + kFetchAhead < m) fetchCorners(mesh, t + kFetchAhead);
-        const std::int32_t* v = &mesh.triangles[3 * t];
-        if (!all) {
+    std::size_t count = 0;
+    for (std::size_t t = 0; t < m; ++t) count += kept[t] ? 1 : 0;
+    KeptArea area;
+    if (count == m) {
+        // Every triangle kept (a plain point cloud): the mesh's own arrays become the surface's
+        // instead of being copied, so the peak holds one list of triangles, not two.
+        area = whole.get();
+        for (std::int32_t& across : mesh.twin) across = across < 0 ? -1 : across / 3;
+        s.triangles = std::move(mesh.triangles);
+        s.neighbors = std::move(mesh.twin);
+        mesh.triangles = std::vector<std::int32_t>();
+        mesh.twin = std::vector<std::int32_t>();
+    } else {
+        std::vector<std::int32_t> newIndex(m, -1);
+        std::int32_t next = 0;
+        for (std::size_t t = 0; t < m; ++t) newIndex[t] = kept[t] ? next++ : -1;
+        s.triangles.reserve(3 * count);
+        s.neighbors.reserve(3 * count);
+        for (std::size_t t = 0; t < m; ++t) {
+            if (t + kFetchAhead < m) fetchCorners(mesh, t + kFetchAhead);
+            const std::int32_t* v = &mesh.triangles[3 * t];
             std::vector<std::int32_t>& to = kept[t] ? s.triangles : s.removedTriangles;
             if (kept[t] || o.keepRemoved) to.insert(to.end(), v, v + 3);
             if (!kept[t]) continue;
@@ -160,21 +241,10 @@ bool emitTriangles(MeshTopology& mesh,
                 const std::int32_t across = mesh.twin[3 * t + k];
                 s.neighbors.push_back(across < 0 ? -1 : newIndex[std::size_t(across / 3)]);
             }
+            area.add(mesh, v);
         }
-        const double* a = mesh.xy(v[0]);
-        const double* b = mesh.xy(v[1]);
-        const double* c = mesh.xy(v[2]);
-        area += orientValue(a, b, c);
-        anyArea = anyArea || orientSign(a, b, c) > 0;
     }
-    s.keptArea = double(area / 2);
-    if (all) {
-        for (std::int32_t& across : mesh.twin) across = across < 0 ? -1 : across / 3;
-        s.triangles = std::move(mesh.triangles);
-        s.neighbors = std::move(mesh.twin);
-        mesh.triangles = std::vector<std::int32_t>();
-        mesh.twin = std::vector<std::int32_t>();
-    }
+    s.keptArea = double(area.twice / 2);
     if (count == 0) {
         return fail(s,
                     SurfaceStatus::kNothingKept,
@@ -185,7 +255,7 @@ bool emitTriangles(MeshTopology& mesh,
                         : "check that the boundaries enclose points and the holes do not cover "
                           "everything");
     }
-    if (!anyArea) {
+    if (!area.any) {
         return fail(s,
                     SurfaceStatus::kZeroArea,
                     "the kept triangles have no area: the points lie on one line",
@@ -241,6 +311,7 @@ bool keepTriangles(MeshTopology& mesh,
                    const LineChains& chains,
                    const std::vector<char>& skip,
                    const SurfaceInput& in,
+                   WholeAreaAhead& whole,
                    const SurfaceOptions& o,
                    Surface& s) {
     if (!checkMissing(traced, chains, merged, o, s)) return false;
@@ -254,7 +325,7 @@ bool keepTriangles(MeshTopology& mesh,
                     "the rings could not be followed as closed chains of mesh edges",
                     "report the input");
     }
-    if (!emitTriangles(mesh, labels.kept, o, s)) return false;
+    if (!emitTriangles(mesh, labels.kept, whole, o, s)) return false;
     findHoleSeeds(mesh, groups, labels.kept, s);
     return true;
 }
@@ -272,14 +343,17 @@ bool finishSurface(MeshTopology& mesh,
         return !o.progress || o.progress(o.progressContext, SurfacePhase::kFinish, done, 3);
     };
     if (!step(0)) return stop(s);
-    buildAdjacency(mesh, mesh.working);
-    mesh.working = std::vector<std::int32_t>();
+    // Under KeepRule::kAll every triangle is kept, so the area can be summed meanwhile.
+    const KeepRule rule = resolveRule(o.keep, chains, skip, in);
+    WholeAreaAhead whole(mesh, rule == KeepRule::kAll && useHelperThread(mesh.triangleCount()));
+    buildAdjacency(mesh);
     if (!chains.chain.empty()) findVertexEdges(mesh);
     if (!step(1)) return stop(s);
     const TracedLines traced = traceLines(mesh, chains, std::int32_t(merged.size()));
-    s.keep = resolveRule(o.keep, chains, skip, in);
+    s.keep = rule;
     emitEdges(mesh, traced, chains, s);
-    const bool kept = keepTriangles(mesh, traced, merged, chains, skip, in, o, s);
+    const bool kept = keepTriangles(mesh, traced, merged, chains, skip, in, whole, o, s);
+    whole.wait();
     emitVertices(mesh, merged, traced, s);  // last: it takes the positions out of the mesh
     return kept && (step(3) || stop(s));
 }

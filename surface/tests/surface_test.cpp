@@ -255,4 +255,22 @@ TEST(Surface, ProgressReportsEveryPhaseAndCanStop) {
     }
 }
 
+/// Many points on the hull (a circle around random points): the working mesh's ghost triangles
+/// sit between the kept ones all along, so its neighbour indices are far from the kept list's.
+TEST(Surface, AdjacencyHoldsWithAGhostBesideEveryTriangle) {
+    Site site;
+    randomPoints(site, 6000, 140.0, 3);
+    const std::size_t inside = site.xyz.size();
+    for (std::size_t v = 0; v < inside; v += 3) {
+        const double angle = 2 * std::acos(-1.0) * double(v) / double(inside);
+        site.xyz[v] += 30;
+        site.xyz[v + 1] += 30;
+        site.xyz.insert(site.xyz.end(),
+                        {100 + 100 * std::cos(angle), 100 + 100 * std::sin(angle), 0});
+    }
+    const ry::Surface s = site.build();
+    ASSERT_TRUE(s.ok()) << s.message;
+    expectAdjacency(s);
+}
+
 }  // namespace

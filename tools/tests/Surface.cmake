@@ -76,15 +76,21 @@ elseif(CASE STREQUAL "big")
     file(WRITE "${WORK}/b.txt" "100 100\n900 100\n900 900\n100 900\n")
     file(WRITE "${WORK}/h.txt" "400 400\n600 400\n600 600\n400 600\n")
     run_rytri(EXIT 0 STDOUT "kept area    600000\n" ARGS site.xyz --boundary b.txt --hole h.txt -o ${null_device})
-    # Enough vertices and faces that the OBJ is formatted on two threads: the same bytes as on one.
+    # Enough vertices and faces that the OBJ is formatted, and the kept area summed, on two
+    # threads: the same bytes and the same area, to the last bit, as on one.
     execute_process(COMMAND ${EMULATOR} "${BIGSITE}" 70000 3 two.xyz unused.txt WORKING_DIRECTORY "${WORK}")
-    run_rytri(EXIT 0 ARGS two.xyz -o two.obj)
+    run_rytri(EXIT 0 ARGS two.xyz -o two.obj --report two.json)
     execute_process(COMMAND "${CMAKE_COMMAND}" -E env RYTRI_THREADS=1 ${EMULATOR} "${RYTRI}" two.xyz -o one.obj
-        WORKING_DIRECTORY "${WORK}" RESULT_VARIABLE rc)
+        --report one.json WORKING_DIRECTORY "${WORK}" RESULT_VARIABLE rc)
     file(SHA256 "${WORK}/two.obj" two)
     file(SHA256 "${WORK}/one.obj" one)
     if(NOT rc EQUAL 0 OR NOT two STREQUAL one)
         message(FATAL_ERROR "the OBJ written on two threads differs from the one written on one (${rc})")
+    endif()
+    file(STRINGS "${WORK}/two.json" two REGEX "\"keptArea\"")
+    file(STRINGS "${WORK}/one.json" one REGEX "\"keptArea\"")
+    if(NOT two OR NOT two STREQUAL one)
+        message(FATAL_ERROR "the kept area on two threads (${two}) differs from the one on one (${one})")
     endif()
 elseif(CASE STREQUAL "columns")
     # PNEZD with a header, as survey software exports it: x is the easting, z the elevation, and
