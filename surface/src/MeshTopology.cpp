@@ -90,21 +90,25 @@ std::int32_t firstGuess(const std::vector<std::int32_t>& blockOffset,
 }
 
 /// Replaces each half-edge's working index in `links` by its twin, or by -1 where the search
-/// fails (those go to `left`). `top`: the highest working index.
-void findTwins(const MeshTopology& mesh,
-               std::vector<std::int32_t>& links,
-               std::int32_t top,
-               std::vector<std::int32_t>& left) {
+/// fails (those go to `left`). `top`: the highest working index. Returns how many vertices the
+/// triangles use.
+std::int64_t findTwins(const MeshTopology& mesh,
+                       std::vector<std::int32_t>& links,
+                       std::int32_t top,
+                       std::vector<std::int32_t>& left) {
     const std::int32_t m = std::int32_t(mesh.triangleCount());
     const std::int32_t count = std::int32_t(mesh.triangles.size());
     const std::int32_t* corners = mesh.triangles.data();
     // The offset last found in each block of working positions: the best guess there.
     std::vector<std::int32_t> blockOffset(std::size_t(top >> kBlockBits) + 1, -1);
     std::int64_t offset = 0;
+    std::vector<char> used(mesh.xyz.size() / 3, 0);
     for (std::int32_t h0 = 0; h0 < count; h0 += 3) {
         const std::int32_t* c = corners + h0;
         for (int k = 0; k < 3; ++k) {
             const std::int32_t h = h0 + k, a = c[k], b = c[nextCorner(k)];
+            if (std::size_t(a) >= used.size()) used.resize(std::size_t(a) + 1, 0);
+            used[std::size_t(a)] = 1;
             const std::int32_t n = links[std::size_t(h)];
             if (n < 0) {
                 links[std::size_t(h)] = -1;
@@ -131,6 +135,7 @@ void findTwins(const MeshTopology& mesh,
             links[std::size_t(h)] = found;
         }
     }
+    return std::count(used.begin(), used.end(), 1);
 }
 
 }  // namespace
@@ -146,14 +151,15 @@ void buildAdjacency(MeshTopology& mesh) {
         std::max(working.empty() ? 0 : *std::max_element(working.begin(), working.end()), 0);
     std::vector<std::int32_t> left;
     // The twins take the place of the working indices.
-    findTwins(mesh, mesh.working, top, left);
+    const std::int64_t vertices = findTwins(mesh, mesh.working, top, left);
     mesh.twin = std::move(mesh.working);
     mesh.working = std::vector<std::int32_t>();
-    // The working mesh holds the output triangles and one ghost per hull edge, in slots up to
-    // the highest one referenced (every triangle is some triangle's neighbour). So the searches
-    // that failed are the hull edges when, and only when, there are as many as ghosts.
-    const std::int64_t ghosts = std::int64_t(top) + 1 - std::int64_t(mesh.triangleCount());
-    if (std::int64_t(left.size()) != ghosts) {
+    // The triangles cover the hull of their vertices, a disk: with V vertices in use and m
+    // triangles it has 2V - m - 2 hull edges (Euler). Every hull edge's search fails, so the
+    // failed searches are the hull edges exactly when there are that many; else some search
+    // missed a real twin, and the pairs are made mutual.
+    const std::int64_t hullEdges = 2 * vertices - std::int64_t(mesh.triangleCount()) - 2;
+    if (std::int64_t(left.size()) != hullEdges) {
         for (std::size_t h = 0; h < mesh.twin.size(); ++h) {
             const std::int32_t across = mesh.twin[h];
             if (across >= 0 && mesh.twin[std::size_t(across)] < 0) {
