@@ -4,8 +4,14 @@
 // the constraint phase.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <vector>
+
+#ifdef __linux__
+#include <dirent.h>
+#include <sched.h>
+#endif
 
 #include "RyTriangulation.h"
 #include "support/TestSupport.h"
@@ -78,5 +84,50 @@ TEST(Progress, GoingOnChangesNothingAndStoppingStopsEachLoop) {
         }
     }
 }
+
+#ifdef __linux__
+int threadsNow() {
+    int n = 0;
+    if (DIR* d = opendir("/proc/self/task")) {
+        while (const dirent* e = readdir(d)) n += e->d_name[0] != '.';
+        closedir(d);
+    }
+    return n;
+}
+
+bool countThreads(void* context, PkProgressPhase, long long, long long) {
+    int& most = *static_cast<int*>(context);
+    most = std::max(most, threadsNow());
+    return true;
+}
+
+/// Exits with the most threads this process had at the progress reports of a shuffled
+/// triangulation large enough for the helper thread, RYTRI_THREADS set as given first.
+[[noreturn]] void exitWithThreadsSeen(const char* setting) {
+    if (setting)
+        setenv("RYTRI_THREADS", setting, 1);
+    else
+        unsetenv("RYTRI_THREADS");
+    int most = 0;
+    {
+        RyTriangulation tri(false, true);
+        tri.setProgressCallback(countThreads, &most);
+        if (tri.delaunayTriangulation(rytest::uniformPoints(100000, 3)) != StatusOk) most = 100;
+    }
+    std::exit(most);
+}
+
+// The setting is read once per process: each case runs in a freshly started one.
+TEST(Progress, RytriThreadsOneKeepsEveryCallOnTheCallersThread) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(exitWithThreadsSeen("1"), testing::ExitedWithCode(1), "");
+    cpu_set_t cores;
+    if (sched_getaffinity(0, sizeof cores, &cores) == 0 && CPU_COUNT(&cores) > 1) {
+        // Where the helper can run, the count sees it.
+        EXPECT_EXIT(exitWithThreadsSeen(nullptr), testing::ExitedWithCode(2), "");
+        EXPECT_EXIT(exitWithThreadsSeen("2"), testing::ExitedWithCode(2), "");
+    }
+}
+#endif
 
 }  // namespace
