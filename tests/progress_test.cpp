@@ -1,11 +1,13 @@
 // The opt-in progress callback: a host that never sets it sees nothing change, one that lets
 // every call go on gets the same results and rand() draws, and a stop request ends the call with
 // StatusStopped in each insertion loop (sorted, shuffled, shuffled with the helper thread) and in
-// the constraint phase.
+// the constraint phase. On Linux, the reports also count the process's threads: RYTRI_THREADS=1
+// keeps every call on one.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #ifdef __linux__
@@ -119,6 +121,7 @@ bool countThreads(void* context, PkProgressPhase, long long, long long) {
 
 // The setting is read once per process: each case runs in a freshly started one.
 TEST(Progress, RytriThreadsOneKeepsEveryCallOnTheCallersThread) {
+    const std::string style = GTEST_FLAG_GET(death_test_style);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(exitWithThreadsSeen("1"), testing::ExitedWithCode(1), "");
     cpu_set_t cores;
@@ -127,6 +130,7 @@ TEST(Progress, RytriThreadsOneKeepsEveryCallOnTheCallersThread) {
         EXPECT_EXIT(exitWithThreadsSeen(nullptr), testing::ExitedWithCode(2), "");
         EXPECT_EXIT(exitWithThreadsSeen("2"), testing::ExitedWithCode(2), "");
     }
+    GTEST_FLAG_SET(death_test_style, style);
 }
 #endif
 
