@@ -3,6 +3,8 @@
 // nearest-vertex index's search.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -132,6 +134,66 @@ TEST(Delaunay, HelperThreadChangesNothing) {
         }
     }
     setHelperThreadMinPoints(saved);
+}
+
+/// The first triangle's draws replayed on rand() from seed 1, as the host sees them: three values
+/// per draw, a draw repeating an index not counted, the first counted draw whose third vertex
+/// lies strictly left of the first two taken, given up at counted draw limit + 1. Integer
+/// coordinates keep the side test exact. {-1, -1, -1} when it gives up.
+std::array<int, 3> replayFirstTriangle(const Points& p, int limit) {
+    std::srand(1);
+    const int n = int(p.size());
+    for (int counted = 1;; ++counted) {
+        int s[3];
+        do {
+            for (int& v : s) v = std::rand() % n;
+        } while (s[0] == s[1] || s[0] == s[2] || s[1] == s[2]);
+        const PkGePoint3d &a = p[std::size_t(s[0])], &b = p[std::size_t(s[1])];
+        const PkGePoint3d& c = p[std::size_t(s[2])];
+        if (counted > limit) return {-1, -1, -1};
+        if ((b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x) > 0) return {s[0], s[1], s[2]};
+    }
+}
+
+// The rand sequence is part of the contract. Points on a line: the call gives up after exactly
+// the replayed draws. One point inside the hull of the other three: the fourth vertex lands inside
+// the first triangle (records p -> 4, corners -> 0, 0, 5) or beyond two of its edges, where one
+// ghost flip leaves the new vertex recording that flip's triangle (4 or 5), whatever the order.
+TEST(Delaunay, FirstTriangleAndFirstInsertionFollowTheRandDraws) {
+    for (int n = 4; n <= 7; ++n) {
+        Points line;
+        for (int i = 0; i < n; ++i) line.emplace_back(i, 2 * i, 0);
+        for (const int limit : {1, 2, 5, 13}) {
+            ASSERT_EQ(replayFirstTriangle(line, limit)[0], -1);
+            const int next = std::rand();
+            const Outcome run = triangulate(line, nullptr, n % 2 == 0, true, 1e-9, limit);
+            EXPECT_TRUE(run.status == StatusLocateFailed && std::rand() == next)
+                << "n " << n << ", limit " << limit;
+        }
+    }
+    int inside = 0, beyond = 0;
+    Points p = parse("0 0 10 1 4 12 5 4");  // the last point lies inside the others' triangle
+    std::sort(p.begin(), p.end(), [](auto& a, auto& b) { return a.x < b.x; });
+    do {
+        const std::array<int, 3> c = replayFirstTriangle(p, 1000000);
+        const int q = 6 - c[0] - c[1] - c[2];
+        for (const bool sorted : {false, true}) {
+            const Outcome run = triangulate(p, nullptr, sorted);
+            ASSERT_EQ(run.status, StatusOk);
+            auto at = [&](int v) {
+                return vertexTriangle(run.mesh().mesh.vertices[std::size_t(v)]);
+            };
+            if (p[std::size_t(q)].x == 5) {
+                ++inside;
+                EXPECT_TRUE(at(q) == 4 && at(c[0]) == 0 && at(c[1]) == 0 && at(c[2]) == 5)
+                    << describe(p);
+            } else {
+                ++beyond;
+                EXPECT_TRUE(at(q) == 4 || at(q) == 5) << at(q) << " " << describe(p);
+            }
+        }
+    } while (std::next_permutation(p.begin(), p.end(), [](auto& a, auto& b) { return a.x < b.x; }));
+    EXPECT_TRUE(inside > 0 && beyond > 0);
 }
 
 double distance2(const PkMeshPoint3d& v, const double* q) {
