@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/RingGenerator.h"
 #include "support/TestSupport.h"
 
 using namespace rytest;
@@ -72,9 +73,18 @@ int main(int argc, char** argv) {
     for (int c = 0; c < workloads; ++c) {
         const int kind = c % 8;
         Points p = smallInput(g, kind);
-        const int n = int(p.size());
         Edges e;
-        if (kind == 6) {  // a ring
+        if (c % 16 == 6) {  // crossing rings with islets a few ulps from their edges
+            RingShape shape;
+            shape.extent = g.below(2) ? 0.02 : 1e-3;
+            shape.shuffleEdges = g.below(2) != 0;
+            RingInput rings = generateRings(g.next(), shape);
+            p = rings.points, e = rings.edges;
+        } else if (c % 16 == 14) {  // a lattice with segments through its points
+            p = integerGrid(8, 8);
+        }
+        const int n = int(p.size());
+        if (kind == 6 && e.empty()) {  // a ring
             for (int i = 0, m = std::min(n, 3 + g.below(6)); i < m; ++i)
                 e.emplace_back(i, (i + 1) % m);
         }
