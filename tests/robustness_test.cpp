@@ -131,6 +131,8 @@ std::vector<Row> rows() {
         {"walk_limit", many, {}, StatusLocateFailed, stopped, 30, 1e-9, true, 2},
         {"constraint_walk_limit", strip, ab, StatusIterationLimit, unwalked, 20, 1e-9, true, 1},
         {"piece_limit", line, edges("0 29"), StatusIterationLimit, pieces, 20, 1e-9, true, 1},
+        // 29 pieces within a limit of 29: the last is already a mesh edge, recorded at once.
+        {"piece_limit_exact", line, edges("0 29"), StatusOk, Left{-1, -1, 29}, 29, 1e-9, true, 1},
         {"crossing_at_an_end", nearEnd, x, StatusConstraintFailed, first, 1000000, 0.0},
         {"crossing_at_an_end_unsplit", nearEnd, x, StatusOk, none, 1000000, 0.0, false},
         {"nearly_parallel", parallel, x, StatusConstraintFailed, first, 1000000, 0.0},
