@@ -1,8 +1,8 @@
 // The opt-in progress callback: a host that never sets it sees nothing change, one that lets
 // every call go on gets the same results and rand() draws, and a stop request ends the call with
 // StatusStopped in each insertion loop (sorted, shuffled, shuffled with the helper thread) and in
-// the constraint phase. On Linux, the reports also count the process's threads: RYTRI_THREADS=1
-// keeps every call on one.
+// the constraint phase, also at a phase's last report. On Linux, the reports also count the
+// process's threads: RYTRI_THREADS=1 keeps every call on one.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -79,10 +79,13 @@ TEST(Progress, GoingOnChangesNothingAndStoppingStopsEachLoop) {
             EXPECT_EQ(stop.last, 4096);
             EXPECT_GT(stopped.triangles.size(), 0u);  // the vertices inserted so far stay
             EXPECT_LT(stopped.triangles.size(), plain.triangles.size());
-            stop = Calls();
-            stop.stopAt = 0;
-            stop.phase = kProgressConstraints;
-            EXPECT_EQ(triangulate(points, sorted, &stop).status, StatusStopped);
+            // At the first constraint report, and at the last report of each phase.
+            for (const long long at : {0LL, 3LL, -1LL}) {
+                stop = Calls();
+                stop.stopAt = at < 0 ? n : at;
+                stop.phase = at < 0 ? kProgressVertices : kProgressConstraints;
+                EXPECT_EQ(triangulate(points, sorted, &stop).status, StatusStopped) << at;
+            }
         }
     }
 }
