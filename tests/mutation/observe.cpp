@@ -1,9 +1,10 @@
 // What a host can observe of the library, as one hash per workload: statuses, output triangles,
 // vertex records and the rand sequence after each call, over small awkward inputs (repeats,
-// lines, circles, tiny spacing, constraints, rings, low iteration limits, both bands) and inputs
-// large enough for the helper thread. scripts/mutation-check --observe diffs this output between
-// the unmutated library and a surviving mutant: a difference is a fault the suite missed;
-// none suggests (it does not prove) that the mutant only changes speed or is unreachable.
+// lines, circles, tiny spacing, constraints, rings, low iteration limits, both bands, stop
+// requests) and inputs large enough for the helper thread. scripts/mutation-check --observe
+// diffs this output between the unmutated library and a surviving mutant: a difference is a
+// fault the suite missed; none suggests (it does not prove) that the mutant only changes speed
+// or is unreachable.
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -43,6 +44,11 @@ void addOutput(Hash& h, RyTriangulation& t) {
         h.add(v.getTriangleIndex()), h.add(int(v.getType())), h.add(p.x), h.add(p.y), h.add(p.z);
     }
     h.add(std::rand());
+}
+
+/// A progress callback that asks to stop at report number *context (counting down).
+bool stopAtReport(void* context, PkProgressPhase, long long, long long) {
+    return --*static_cast<int*>(context) != 0;
 }
 
 Points smallInput(Rng& g, int kind) {
@@ -93,6 +99,8 @@ int main(int argc, char** argv) {
         RyTriangulation t(g.below(2) != 0, g.below(2) != 0);
         record(t).maxIterations = g.below(3) == 0 ? 1 + g.below(60) : 1000000;
         if (g.below(5) == 0) t.setCDTTolerence(g.below(2) ? 0.0 : 1e-3);
+        int reportsLeft = 1 + g.below(5);
+        if (c % 7 == 3) t.setProgressCallback(stopAtReport, &reportsLeft);
         std::srand(unsigned(g.below(1000)));
         Hash h;
         const int status = e.empty() && g.below(2) ? t.delaunayTriangulation(p)
