@@ -323,6 +323,12 @@ TEST(Elements, TriangleMembersFollowTheAdjacencyConvention) {
     EXPECT_FALSE(t.updateNeighborIndexAt(0, 3) || across != 7 || t.getNeighborIndex(2) != 8);
     t.setVertexIndexAt(-2, -5);
     EXPECT_TRUE(t.isGhostTri() && t.getVertexIndexAt(0) == -2);
+    for (int k = 1; k < 3; ++k) {  // a negative index in any position makes a ghost
+        PkMeshTriangle g;
+        g.setVertexIndex(1, 2, 3);
+        g.setVertexIndexAt(-2, k);
+        EXPECT_TRUE(g.isGhostTri()) << k;
+    }
 }
 
 }  // namespace
