@@ -280,7 +280,8 @@ bool MappedFile::map(const std::string& path) {
 
 bool useSecondThread() {
     const char* setting = std::getenv("RYTRI_THREADS");
-    if (setting != nullptr && std::atoi(setting) == 1) return false;
+    // Exactly "1", as the library reads it.
+    if (setting != nullptr && std::strcmp(setting, "1") == 0) return false;
     return std::thread::hardware_concurrency() != 1;
 }
 
