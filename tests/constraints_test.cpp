@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "state/RyTriangulationImpl.h"
 #include "support/MeshValidator.h"
@@ -72,9 +73,11 @@ TEST(Constraints, SegmentsThroughVerticesAreCutAndRepeatsCounted) {
             EXPECT_EQ(r == m.constraints.repeats.end() ? 0 : r->second, i == 2 || i == 3 ? 2 : 1);
         }
     }
-    // A lattice: the segment (0, 0)-(18, 9) meets (2k, k) only inside the walk.
-    const Points grid = integerGrid(20, 20);
-    const Edges diagonal = {PkMeshEdge(0, 9 * 20 + 18)};
+    // A lattice: the segment (0, 0)-(18, 9) meets (2k, k) only inside the walk; the first of
+    // them, (2, 1), is vertex 0 (a walk must not take index 0 for "no vertex met").
+    Points grid = integerGrid(20, 20);
+    std::swap(grid[0], grid[22]);
+    const Edges diagonal = {PkMeshEdge(22, 9 * 20 + 18)};
     const Outcome run = triangulate(grid, &diagonal);
     ASSERT_EQ(run.status, StatusOk);
     EXPECT_EQ(check(run, diagonal, 400), "");
