@@ -188,8 +188,12 @@ TEST(Delaunay, FirstTriangleAndFirstInsertionFollowTheRandDraws) {
                 EXPECT_TRUE(at(q) == 4 && at(c[0]) == 0 && at(c[1]) == 0 && at(c[2]) == 5)
                     << describe(p);
             } else {
+                // The ghost flip moves the new vertex and its other corners to its triangle.
                 ++beyond;
                 EXPECT_TRUE(at(q) == 4 || at(q) == 5) << at(q) << " " << describe(p);
+                const int* corners = triVerts(run.mesh().mesh.triangles[std::size_t(at(q))]);
+                for (int k = 0; k < 3; ++k)
+                    EXPECT_TRUE(corners[k] < 0 || at(corners[k]) == at(q)) << describe(p);
             }
         }
     } while (std::next_permutation(p.begin(), p.end(), [](auto& a, auto& b) { return a.x < b.x; }));
