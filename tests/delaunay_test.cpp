@@ -31,13 +31,25 @@ std::set<std::vector<int>> realTriangles(const RyTriangulationImpl& m) {
     return out;
 }
 
-class Families : public testing::TestWithParam<std::tuple<int, bool>> {};
+struct Family {
+    int generator;
+    bool sorted;
+    std::string name() const {
+        return generators()[std::size_t(generator)].name +
+               std::string(sorted ? "_sorted" : "_shuffled");
+    }
+};
+void PrintTo(const Family& f, std::ostream* os) {
+    *os << f.name();
+}
+
+class Families : public testing::TestWithParam<Family> {};
 
 TEST_P(Families, GiveValidDelaunayTriangulations) {
-    const Generator& g = generators()[std::size_t(std::get<0>(GetParam()))];
+    const Generator& g = generators()[std::size_t(GetParam().generator)];
     for (const int n : {3, 17, 250, 3000, 20000}) {
         const Points points = g.make(n, 1000 + std::uint64_t(n));
-        const Outcome run = triangulate(points, nullptr, std::get<1>(GetParam()), true, g.band);
+        const Outcome run = triangulate(points, nullptr, GetParam().sorted, true, g.band);
         ASSERT_EQ(run.status, StatusOk) << n;
         EXPECT_EQ(validate(run.mesh()), "") << n;
         // The output holds the real triangles in working-list order.
@@ -50,13 +62,18 @@ TEST_P(Families, GiveValidDelaunayTriangulations) {
     }
 }
 
-std::string familyName(const testing::TestParamInfo<std::tuple<int, bool>>& info) {
-    const char* order = std::get<1>(info.param) ? "_sorted" : "_shuffled";
-    return generators()[std::size_t(std::get<0>(info.param))].name + std::string(order);
+std::vector<Family> allFamilies() {
+    std::vector<Family> out;
+    for (int g = 0; g < int(generators().size()); ++g)
+        for (const bool sorted : {false, true}) out.push_back({g, sorted});
+    return out;
 }
-
-const auto kFamilies = testing::Combine(testing::Range(0, 7), testing::Bool());
-INSTANTIATE_TEST_SUITE_P(Named, Families, kFamilies, familyName);
+INSTANTIATE_TEST_SUITE_P(Named,
+                         Families,
+                         testing::ValuesIn(allFamilies()),
+                         [](const testing::TestParamInfo<Family>& info) {
+                             return info.param.name();
+                         });
 
 // No input point lies strictly inside the circumcircle of an output triangle (exact, band 0):
 // small random sets, subsets of a lattice (massively cocircular), and rings near the origin
