@@ -106,8 +106,8 @@ void plainSpatial(int* b, int* e, const std::vector<PkMeshPoint3d>& v) {
 }
 
 // The insertion order is observable (it fixes the output order), and with distinct coordinates
-// it is unique: the library's selection against the plain one, at sizes that reach the staged
-// and the sampled selection; the grid is the curve's own picture.
+// it is unique: the library's selection against the plain one, at sizes that reach the staging
+// (512 has a stage of exactly 64) and the sampled selection; the grid is the curve's own picture.
 TEST(InsertionOrder, MatchesThePlainRule) {
     std::vector<PkMeshPoint3d> grid;
     for (int i = 0; i < 4; ++i)
@@ -116,7 +116,7 @@ TEST(InsertionOrder, MatchesThePlainRule) {
     std::iota(order.begin(), order.end(), 0);
     hilbertSort(order.begin(), order.end(), grid, 0, false, false);
     EXPECT_EQ(order, (std::vector<int>{15, 11, 10, 14, 13, 12, 8, 9, 5, 4, 0, 1, 2, 6, 7, 3}));
-    for (const int n : {65, 5000, 300000}) {
+    for (const int n : {65, 512, 5000, 300000}) {
         for (const Points& points : {uniformPoints(n, 7), generators()[1].make(n, 7)}) {
             const std::vector<PkMeshPoint3d> v(points.begin(), points.end());
             order.resize(std::size_t(n));
