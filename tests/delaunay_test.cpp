@@ -1,6 +1,6 @@
-// Delaunay triangulation: the validator on every input family in both insertion orders, empty
-// circumcircles by brute force, order independence, the helper thread differential, and the
-// nearest-vertex index's search.
+// Delaunay triangulation: the validator on every input family in both insertion orders, the
+// insertion order against its plain rule, empty circumcircles by brute force, order independence,
+// the helper thread differential, and the nearest-vertex index's search.
 #include <gtest/gtest.h>
 
 #include <algorithm>
